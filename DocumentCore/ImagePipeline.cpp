@@ -1,0 +1,194 @@
+#include "ImagePipeline.h"
+
+#include "DocumentOutline.h"
+#include "FileSystem.h"
+#include "ImageDecoder.h"
+#include "PlatformError.h"
+#include "PngCodec.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <optional>
+
+namespace ImagePipeline {
+namespace {
+
+// Rectangle arithmetic with the drawing library's semantics, in the renderer's bottom-left pixel space.
+std::optional<Rect> intersection(const Rect& a, const Rect& b) {
+    const double x0 = std::max(a.minX(), b.minX());
+    const double y0 = std::max(a.minY(), b.minY());
+    const double x1 = std::min(a.maxX(), b.maxX());
+    const double y1 = std::min(a.maxY(), b.maxY());
+    // Written so that NaN coordinates count as disjoint.
+    if (!(x0 <= x1 && y0 <= y1)) {
+        return std::nullopt;
+    }
+    return Rect{x0, y0, x1 - x0, y1 - y0};
+}
+
+Rect standardized(const Rect& r) {
+    Rect s = r;
+    if (s.width < 0) {
+        s.x += s.width;
+        s.width = -s.width;
+    }
+    if (s.height < 0) {
+        s.y += s.height;
+        s.height = -s.height;
+    }
+    return s;
+}
+
+Rect outset(const Rect& r, double by) { return Rect{r.x - by, r.y - by, r.width + 2 * by, r.height + 2 * by}; }
+
+struct PixelSpan {
+    long long x0, y0, x1, y1; // half-open, bottom-left origin
+};
+
+// Rounds outward to the smallest whole-pixel rectangle that contains `r`.
+PixelSpan integral(const Rect& r) {
+    return PixelSpan{static_cast<long long>(std::floor(r.minX())), static_cast<long long>(std::floor(r.minY())),
+                     static_cast<long long>(std::ceil(r.maxX())), static_cast<long long>(std::ceil(r.maxY()))};
+}
+
+void fillBlack(Bitmap& canvas, PixelSpan span) {
+    const long long W = canvas.width;
+    const long long H = canvas.height;
+    const long long x0 = std::clamp(span.x0, 0LL, W);
+    const long long x1 = std::clamp(span.x1, 0LL, W);
+    const long long y0 = std::clamp(span.y0, 0LL, H);
+    const long long y1 = std::clamp(span.y1, 0LL, H);
+    if (x0 >= x1 || y0 >= y1) {
+        return;
+    }
+    // Bottom-left rows y0..y1 are top-down rows H-y1..H-y0.
+    for (long long row = H - y1; row < H - y0; ++row) {
+        std::uint8_t* p = canvas.row(static_cast<int>(row)) + x0 * 3;
+        std::memset(p, 0, static_cast<std::size_t>((x1 - x0) * 3));
+    }
+}
+
+constexpr std::uintmax_t maxFileBytes = 80ull * 1024 * 1024;
+constexpr long long maxSide = 20000;
+constexpr long long maxPixels = 50000000;
+
+} // namespace
+
+LoadedDocument load(const std::filesystem::path& file) {
+    namespace Decoder = platform::ImageDecoder;
+    if (platform::FileSystem::fileSize(file) > maxFileBytes) {
+        throw DocumentError(DocumentError::tooLarge);
+    }
+    const std::vector<std::uint8_t> bytes = platform::FileSystem::readFile(file);
+    if (bytes.size() > maxFileBytes) { // the file grew after it was measured
+        throw DocumentError(DocumentError::tooLarge);
+    }
+    const Decoder::Container container = Decoder::sniff(bytes);
+    if (container == Decoder::Container::other) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    Decoder::Properties properties;
+    try {
+        properties = Decoder::readProperties(bytes, container);
+    } catch (const platform::CodecError&) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    const long long width = properties.width;
+    const long long height = properties.height;
+    if (width < 1 || height < 1) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    if (width > maxSide || height > maxSide || width * height > maxPixels) {
+        throw DocumentError(DocumentError::tooLarge);
+    }
+    Bitmap upright;
+    try {
+        upright = Decoder::decodeUpright(bytes, container);
+    } catch (const platform::CodecError&) {
+        throw DocumentError(DocumentError::invalidImage);
+    } catch (const std::bad_alloc&) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    // A container whose image differs from what its header declared is not trusted.
+    if (upright.empty() || static_cast<long long>(upright.width) * upright.height != width * height) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    Centered centered = centerDocument(std::move(upright));
+    return LoadedDocument{std::move(centered.image), properties.software, centered.result};
+}
+
+Centered centerDocument(Bitmap image) {
+    namespace Outline = platform::DocumentOutline;
+    // A corner this close to a border means the document fills the photo or is cut off.
+    constexpr double minimumMargin = 0.018;
+    constexpr float minimumConfidence = 0.62f;
+    const std::optional<Outline::Observation> outline = Outline::detect(image);
+    if (!outline) {
+        return Centered{std::move(image), CenteringResult{false, 0}};
+    }
+    double margin = 1;
+    for (const Outline::Point& p : {outline->topLeft, outline->topRight, outline->bottomRight, outline->bottomLeft}) {
+        margin = std::min({margin, p.x, p.y, 1 - p.x, 1 - p.y});
+    }
+    if (margin <= minimumMargin || outline->confidence < minimumConfidence) {
+        return Centered{std::move(image), CenteringResult{false, outline->confidence}};
+    }
+    Bitmap straightened = Outline::correctPerspective(image, *outline);
+    if (straightened.empty()) {
+        return Centered{std::move(image), CenteringResult{false, outline->confidence}};
+    }
+    return Centered{std::move(straightened), CenteringResult{true, outline->confidence}};
+}
+
+Rect topLeft(const Rect& box) noexcept { return Rect{box.minX(), 1.0 - box.maxY(), box.width, box.height}; }
+
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy) {
+    if (image.empty() || image.pixels.size() != image.rowBytes() * static_cast<std::size_t>(image.height)) {
+        throw DocumentError(DocumentError::exportFailed);
+    }
+    Bitmap canvas;
+    try {
+        canvas = image; // bitmaps are opaque, so drawing onto white is a copy
+    } catch (const std::bad_alloc&) {
+        throw DocumentError(DocumentError::exportFailed);
+    }
+    const double W = image.width;
+    const double H = image.height;
+    // Padding follows the height alone, in both directions.
+    const double padding = std::max(0.004 * H, 3.0);
+    const Rect unit{0, 0, 1, 1};
+    for (const RedactionRegion& region : regions) {
+        if (!policy.hides(region.kind)) {
+            continue;
+        }
+        const std::optional<Rect> clipped = intersection(standardized(region.rect), unit);
+        if (!clipped || !(clipped->width > 0) || !(clipped->height > 0)) {
+            continue;
+        }
+        const Rect pixels{clipped->minX() * W, (1.0 - clipped->maxY()) * H, clipped->width * W,
+                          clipped->height * H};
+        fillBlack(canvas, integral(outset(pixels, padding)));
+    }
+    return canvas;
+}
+
+void exportPNG(const Bitmap& image, const std::filesystem::path& to) {
+    std::vector<std::uint8_t> encoded;
+    try {
+        encoded = platform::PngCodec::encode(image);
+        const platform::PngCodec::Header header = platform::PngCodec::readHeader(encoded);
+        const Bitmap decoded = platform::PngCodec::decode(encoded);
+        if (header.imageCount != 1 || decoded.width != image.width || decoded.height != image.height) {
+            throw DocumentError(DocumentError::exportFailed);
+        }
+    } catch (const platform::CodecError&) {
+        throw DocumentError(DocumentError::exportFailed);
+    } catch (const std::bad_alloc&) {
+        throw DocumentError(DocumentError::exportFailed);
+    }
+    platform::FileSystem::writeAtomically(to, encoded);
+}
+
+} // namespace ImagePipeline

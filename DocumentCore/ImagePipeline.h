@@ -1,0 +1,36 @@
+#pragma once
+
+#include "DocumentTypes.h"
+
+#include <filesystem>
+#include <vector>
+
+namespace ImagePipeline {
+
+// Refuses files over 80 MB, containers other than JPEG, PNG, HEIC and HEIF (decided by content), and
+// images over 20,000 pixels a side or 50,000,000 in all, all before pixels are decoded; then decodes
+// upright at full size and centres the document. Errors of the file system pass through unchanged.
+LoadedDocument load(const std::filesystem::path& file);
+
+struct Centered {
+    Bitmap image;
+    CenteringResult result;
+};
+
+// Straightens the photo when one confident document outline lies well inside the frame.
+Centered centerDocument(Bitmap image);
+
+// A recognition box (normalised, origin bottom-left) in the system's top-left space.
+Rect topLeft(const Rect& bottomLeftBox) noexcept;
+
+// A new opaque copy of `image` with the regions that `policy` hides painted solid black, with hard
+// edges, padded by 0.4% of the image height (at least 3 pixels) on every side. Throws
+// DocumentError::exportFailed when no bitmap can be made.
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy);
+
+// Encodes `image` as a PNG without metadata, decodes the bytes again to check them, then replaces
+// the file at `to` atomically. Encoding or verification failures throw DocumentError::exportFailed
+// and write nothing; a failing write throws the system's error for the path.
+void exportPNG(const Bitmap& image, const std::filesystem::path& to);
+
+} // namespace ImagePipeline

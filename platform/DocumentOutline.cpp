@@ -1,0 +1,164 @@
+#include "DocumentOutline.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+namespace platform::DocumentOutline {
+namespace {
+
+constexpr float minimumConfidence = 0.62f;
+constexpr double minimumAspectRatio = 0.25;
+constexpr double maximumAspectRatio = 1.0;
+constexpr double minimumSize = 0.18;
+constexpr double quadratureToleranceDegrees = 25.0;
+// Outlines are searched on a reduced copy: a card edge is still several pixels wide at this size and
+// the search stays within a few tens of milliseconds on a 12 MP photo.
+constexpr int workingSide = 640;
+
+using Quad = std::array<cv::Point2f, 4>; // top-left, top-right, bottom-right, bottom-left (top-left origin)
+
+Quad ordered(const std::vector<cv::Point>& corners) {
+    Quad quad;
+    std::array<cv::Point2f, 4> p;
+    for (int i = 0; i < 4; ++i) {
+        p[i] = cv::Point2f(static_cast<float>(corners[i].x), static_cast<float>(corners[i].y));
+    }
+    auto bySum = [](const cv::Point2f& a, const cv::Point2f& b) { return a.x + a.y < b.x + b.y; };
+    auto byDiff = [](const cv::Point2f& a, const cv::Point2f& b) { return a.x - a.y < b.x - b.y; };
+    quad[0] = *std::min_element(p.begin(), p.end(), bySum);
+    quad[2] = *std::max_element(p.begin(), p.end(), bySum);
+    quad[1] = *std::max_element(p.begin(), p.end(), byDiff);
+    quad[3] = *std::min_element(p.begin(), p.end(), byDiff);
+    return quad;
+}
+
+double length(cv::Point2f a, cv::Point2f b) { return std::hypot(a.x - b.x, a.y - b.y); }
+
+bool anglesNearRight(const Quad& q) {
+    for (int i = 0; i < 4; ++i) {
+        const cv::Point2f a = q[(i + 3) % 4] - q[i];
+        const cv::Point2f b = q[(i + 1) % 4] - q[i];
+        const double cosine = (a.x * b.x + a.y * b.y) / (std::hypot(a.x, a.y) * std::hypot(b.x, b.y) + 1e-9);
+        const double degrees = std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
+        if (std::abs(degrees - 90.0) > quadratureToleranceDegrees) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Share of points along the four sides that lie on an edge pixel.
+float edgeSupport(const Quad& q, const cv::Mat& edges) {
+    constexpr int samplesPerSide = 64;
+    int hits = 0;
+    for (int side = 0; side < 4; ++side) {
+        const cv::Point2f a = q[side];
+        const cv::Point2f b = q[(side + 1) % 4];
+        for (int s = 0; s < samplesPerSide; ++s) {
+            // Skip the corners themselves, where rounded card corners leave the straight outline.
+            const float t = (s + 0.5f) / samplesPerSide * 0.9f + 0.05f;
+            const int x = static_cast<int>(std::lround(a.x + (b.x - a.x) * t));
+            const int y = static_cast<int>(std::lround(a.y + (b.y - a.y) * t));
+            if (x >= 0 && y >= 0 && x < edges.cols && y < edges.rows && edges.at<std::uint8_t>(y, x)) {
+                ++hits;
+            }
+        }
+    }
+    return static_cast<float>(hits) / (4 * samplesPerSide);
+}
+
+cv::Mat wrap(const Bitmap& image) {
+    return cv::Mat(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
+                   image.rowBytes());
+}
+
+} // namespace
+
+std::optional<Observation> detect(const Bitmap& image) {
+    if (image.empty()) {
+        return std::nullopt;
+    }
+    const double scale = std::min(1.0, static_cast<double>(workingSide) / std::max(image.width, image.height));
+    cv::Mat small;
+    cv::resize(wrap(image), small, cv::Size(), scale, scale, cv::INTER_AREA);
+    cv::Mat grey;
+    cv::cvtColor(small, grey, cv::COLOR_RGB2GRAY);
+    cv::GaussianBlur(grey, grey, cv::Size(5, 5), 0);
+
+    // Thresholds follow the picture's own contrast (the usual 0.66/1.33 of the median rule).
+    std::vector<std::uint8_t> values(grey.begin<std::uint8_t>(), grey.end<std::uint8_t>());
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    const double median = values[values.size() / 2];
+    cv::Mat edges;
+    cv::Canny(grey, edges, std::max(10.0, 0.66 * median), std::max(30.0, std::min(255.0, 1.33 * median)));
+    cv::dilate(edges, edges, cv::Mat(), cv::Point(-1, -1), 1);
+
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(edges, contours, cv::RETR_LIST, cv::CHAIN_APPROX_SIMPLE);
+
+    const double smallerSide = std::min(small.cols, small.rows);
+    std::optional<Observation> best;
+    double bestArea = 0;
+    for (const auto& contour : contours) {
+        std::vector<cv::Point> hull;
+        cv::convexHull(contour, hull);
+        std::vector<cv::Point> corners;
+        cv::approxPolyDP(hull, corners, 0.02 * cv::arcLength(hull, true), true);
+        if (corners.size() != 4) {
+            continue;
+        }
+        const double area = cv::contourArea(corners);
+        const Quad q = ordered(corners);
+        const double top = length(q[0], q[1]), bottom = length(q[3], q[2]);
+        const double left = length(q[0], q[3]), right = length(q[1], q[2]);
+        const double widthSide = (top + bottom) / 2, heightSide = (left + right) / 2;
+        const double shorter = std::min(widthSide, heightSide), longer = std::max(widthSide, heightSide);
+        if (longer <= 0 || shorter / longer < minimumAspectRatio || shorter / longer > maximumAspectRatio) {
+            continue;
+        }
+        if (std::min({top, bottom, left, right}) < minimumSize * smallerSide || !anglesNearRight(q)) {
+            continue;
+        }
+        const float confidence = edgeSupport(q, edges);
+        if (confidence < minimumConfidence || area <= bestArea) {
+            continue;
+        }
+        bestArea = area;
+        auto normalised = [&](cv::Point2f p) {
+            return Point{p.x / small.cols, 1.0 - p.y / small.rows};
+        };
+        best = Observation{confidence, normalised(q[0]), normalised(q[1]), normalised(q[2]), normalised(q[3])};
+    }
+    return best;
+}
+
+Bitmap correctPerspective(const Bitmap& image, const Observation& outline) {
+    const double W = image.width;
+    const double H = image.height;
+    auto pixel = [&](Point p) { return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>((1.0 - p.y) * H)); };
+    const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight),
+                 pixel(outline.bottomLeft)};
+    const double width = std::max(length(q[0], q[1]), length(q[3], q[2]));
+    const double height = std::max(length(q[0], q[3]), length(q[1], q[2]));
+    const int outWidth = static_cast<int>(std::lround(width));
+    const int outHeight = static_cast<int>(std::lround(height));
+    if (outWidth < 1 || outHeight < 1 || outWidth > 20000 || outHeight > 20000) {
+        return {};
+    }
+    const std::array<cv::Point2f, 4> target{cv::Point2f(0, 0), cv::Point2f(static_cast<float>(outWidth), 0),
+                                            cv::Point2f(static_cast<float>(outWidth), static_cast<float>(outHeight)),
+                                            cv::Point2f(0, static_cast<float>(outHeight))};
+    const cv::Mat transform = cv::getPerspectiveTransform(q.data(), target.data());
+    Bitmap out(outWidth, outHeight);
+    cv::Mat destination(outHeight, outWidth, CV_8UC3, out.pixels.data(), out.rowBytes());
+    cv::warpPerspective(wrap(image), destination, transform, destination.size(), cv::INTER_LINEAR,
+                        cv::BORDER_REPLICATE);
+    return out;
+}
+
+} // namespace platform::DocumentOutline

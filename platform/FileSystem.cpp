@@ -1,0 +1,145 @@
+#include "FileSystem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <random>
+#include <utility>
+#include <string>
+#include <system_error>
+
+namespace platform::FileSystem {
+namespace {
+
+[[noreturn]] void throwErrno(int error, const std::filesystem::path& path) {
+    throw std::system_error(error, std::generic_category(), path.string());
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const noexcept { return fd_; }
+    int release() noexcept { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
+
+Descriptor openForReading(const std::filesystem::path& path, struct stat& info) {
+    Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        throwErrno(errno, path);
+    }
+    if (::fstat(fd.get(), &info) != 0) {
+        throwErrno(errno, path);
+    }
+    if (S_ISDIR(info.st_mode)) {
+        throwErrno(EISDIR, path);
+    }
+    return fd;
+}
+
+std::string randomSuffix() {
+    std::random_device device;
+    static constexpr char alphabet[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::string suffix(10, 'x');
+    for (char& c : suffix) {
+        c = alphabet[device() % (sizeof(alphabet) - 1)];
+    }
+    return suffix;
+}
+
+} // namespace
+
+std::uintmax_t fileSize(const std::filesystem::path& path) {
+    struct stat info {};
+    openForReading(path, info);
+    return static_cast<std::uintmax_t>(info.st_size);
+}
+
+std::vector<std::uint8_t> readFile(const std::filesystem::path& path) {
+    struct stat info {};
+    Descriptor fd = openForReading(path, info);
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(static_cast<std::size_t>(info.st_size));
+    std::uint8_t buffer[1 << 16];
+    for (;;) {
+        const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throwErrno(errno, path);
+        }
+        if (n == 0) {
+            break;
+        }
+        bytes.insert(bytes.end(), buffer, buffer + n);
+    }
+    return bytes;
+}
+
+void writeAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) {
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    std::filesystem::path temporary;
+    int fd = -1;
+    // The temporary file sits beside the target so that rename never crosses file systems; mode 0666
+    // lets the umask decide the final permissions, as for any newly created file.
+    for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
+        temporary = folder / ("." + path.filename().string() + ".quorvel-" + randomSuffix());
+        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) {
+            throwErrno(errno, path);
+        }
+    }
+    if (fd < 0) {
+        throwErrno(EEXIST, path);
+    }
+    Descriptor guard(fd);
+    auto fail = [&](int error) {
+        ::close(guard.release());
+        ::unlink(temporary.c_str());
+        throwErrno(error, path);
+    };
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fail(errno);
+        }
+        written += static_cast<std::size_t>(n);
+    }
+    if (::fsync(fd) != 0) {
+        fail(errno);
+    }
+    if (::close(guard.release()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        throwErrno(error, path);
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        throwErrno(error, path);
+    }
+    // Make the rename itself durable; a folder that cannot be synced is no reason to fail.
+    Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.get() >= 0) {
+        ::fsync(dir.get());
+    }
+}
+
+} // namespace platform::FileSystem

@@ -1,0 +1,122 @@
+#include "TestImages.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <array>
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+using namespace testing_support;
+
+namespace {
+
+struct CliRun {
+    int exitCode = -1;
+    std::string output; // stdout and stderr together
+};
+
+std::string quoted(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+CliRun cli(const std::string& arguments) {
+    CliRun run;
+    const std::string command = quoted(QUORVEL_CLI) + " " + arguments + " 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::array<char, 4096> buffer{};
+    while (std::fgets(buffer.data(), buffer.size(), pipe)) {
+        run.output += buffer.data();
+    }
+    const int status = ::pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+class MaskCommand : public ::testing::Test {
+protected:
+    void SetUp() override { writeBytes(dir / "in.jpg", encodeJpeg(patterned(200, 100))); }
+
+    CliRun mask(const std::string& regionsJson, const std::string& extra = "") {
+        const std::vector<std::uint8_t> json(regionsJson.begin(), regionsJson.end());
+        writeBytes(dir / "r.json", json);
+        return cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " + quoted((dir / "r.json").string()) +
+                   " -o " + quoted((dir / "out.png").string()) + " " + extra);
+    }
+
+    TempDir dir;
+};
+
+} // namespace
+
+TEST_F(MaskCommand, PaintsTheListedRegionsAndHonoursTheSwitches) {
+    const std::string regions = R"([{"kind": "number", "x": 0.1, "y": 0.1, "width": 0.2, "height": 0.2},
+                                    {"kind": "face", "x": 0.6, "y": 0.5, "width": 0.2, "height": 0.2}])";
+    ASSERT_EQ(mask(regions).exitCode, 0);
+    const auto withoutFace = readBytes(dir / "out.png");
+    EXPECT_EQ(pngChunks(withoutFace), (std::vector<std::string>{"IHDR", "IDAT", "IEND"}));
+    ASSERT_EQ(mask(regions, "--hide-face").exitCode, 0);
+    EXPECT_NE(readBytes(dir / "out.png"), withoutFace);
+}
+
+TEST_F(MaskCommand, MalformedRegionFilesGetOneLineNamingTheProblem) {
+    struct Case {
+        const char* json;
+        const char* expected;
+    };
+    for (const Case c : {Case{"[{\"kind\": \"number\"", "not valid JSON"},
+                         Case{"{\"kind\": \"number\"}", "expected a list"},
+                         Case{R"([{"kind": "passport", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind \"passport\""},
+                         Case{R"([{"kind": "Number", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind"},
+                         Case{R"([{"kind": "number", "x": "0", "y": 0, "width": 1, "height": 1}])", "\"x\" must be a finite number"},
+                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1e999, "height": 1}])", "not valid JSON"},
+                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1}])", "\"height\" must be a finite number"},
+                         Case{R"([3])", "region 1 is not an object"}}) {
+        const CliRun run = mask(c.json);
+        EXPECT_EQ(run.exitCode, 2) << c.json;
+        EXPECT_NE(run.output.find(c.expected), std::string::npos) << run.output;
+        EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
+        EXPECT_FALSE(std::filesystem::exists(dir / "out.png"));
+    }
+}
+
+TEST_F(MaskCommand, UnreadableInputsFailWithTheirOwnMessage) {
+    writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
+    const CliRun missing = cli("mask " + quoted((dir / "nope.jpg").string()) + " --regions " +
+                            quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.output.find("No such file or directory"), std::string::npos) << missing.output;
+
+    writeBytes(dir / "text.jpg", std::vector<std::uint8_t>{'h', 'e', 'l', 'l', 'o'});
+    const CliRun text = cli("mask " + quoted((dir / "text.jpg").string()) + " --regions " +
+                         quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_NE(text.output.find("Не удалось прочитать изображение"), std::string::npos) << text.output;
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.png"));
+}
+
+TEST_F(MaskCommand, RefusesToOverwriteItsInput) {
+    writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
+    const auto before = readBytes(dir / "in.jpg");
+    const CliRun run = cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " + quoted((dir / "r.json").string()) +
+                        " -o " + quoted((dir / "in.jpg").string()));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(readBytes(dir / "in.jpg"), before);
+}
+
+TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
+    const CliRun help = cli("--help");
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char* word : {"mask", "--regions", "--hide-face", "--hide-issue-date", "--hide-expiry-date",
+                             "--hide-person-name", "Exit codes", "--version"}) {
+        EXPECT_NE(help.output.find(word), std::string::npos) << word;
+    }
+    EXPECT_EQ(cli("frobnicate").exitCode, 2);
+    EXPECT_EQ(cli("mask in.jpg --bogus").exitCode, 2);
+}

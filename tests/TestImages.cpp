@@ -1,0 +1,261 @@
+#include "TestImages.h"
+
+#include <jpeglib.h>
+#include <png.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace testing_support {
+
+Bitmap patterned(int width, int height) {
+    Bitmap image(width, height);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            std::uint8_t* p = image.row(y) + x * 3;
+            p[0] = static_cast<std::uint8_t>(40 + (x * 7 + y * 3) % 200);
+            p[1] = static_cast<std::uint8_t>(40 + (x * 5 + y * 11) % 200);
+            p[2] = static_cast<std::uint8_t>(40 + (x + y) % 200);
+        }
+    }
+    return image;
+}
+
+std::size_t blackPixels(const Bitmap& image) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i + 2 < image.pixels.size(); i += 3) {
+        count += image.pixels[i] == 0 && image.pixels[i + 1] == 0 && image.pixels[i + 2] == 0;
+    }
+    return count;
+}
+
+std::optional<Box> blackBox(const Bitmap& image) {
+    std::optional<Box> box;
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
+            const std::uint8_t* p = image.at(x, y);
+            if (p[0] || p[1] || p[2]) {
+                continue;
+            }
+            if (!box) {
+                box = Box{x, y, x + 1, y + 1};
+            }
+            box->x0 = std::min(box->x0, x);
+            box->y0 = std::min(box->y0, y);
+            box->x1 = std::max(box->x1, x + 1);
+            box->y1 = std::max(box->y1, y + 1);
+        }
+    }
+    return box;
+}
+
+std::vector<std::string> pngChunks(std::span<const std::uint8_t> png) {
+    std::vector<std::string> chunks;
+    std::size_t at = 8;
+    while (at + 8 <= png.size()) {
+        const std::uint32_t length = (std::uint32_t{png[at]} << 24) | (std::uint32_t{png[at + 1]} << 16) |
+                                     (std::uint32_t{png[at + 2]} << 8) | png[at + 3];
+        std::string type(reinterpret_cast<const char*>(png.data() + at + 4), 4);
+        if (chunks.empty() || chunks.back() != type) {
+            chunks.push_back(std::move(type));
+        }
+        at += 12 + std::size_t{length};
+    }
+    return chunks;
+}
+
+namespace {
+
+void appendToVector(png_structp png, png_bytep data, png_size_t length) {
+    auto* out = static_cast<std::vector<std::uint8_t>*>(png_get_io_ptr(png));
+    out->insert(out->end(), data, data + length);
+}
+
+} // namespace
+
+std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bitDepth,
+                                    const std::vector<std::uint8_t>& samples, const std::vector<std::uint8_t>& exif) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    std::vector<std::uint8_t> out;
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        throw std::runtime_error("test PNG encoding failed");
+    }
+    png_set_write_fn(png, &out, appendToVector, nullptr);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bitDepth, colorType,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
+    if (colorType == PNG_COLOR_TYPE_PALETTE) {
+        png_color palette[4] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
+        png_set_PLTE(png, info, palette, 4);
+    }
+    if (!exif.empty()) {
+        png_set_eXIf_1(png, info, static_cast<png_uint_32>(exif.size()), const_cast<png_bytep>(exif.data()));
+    }
+    png_write_info(png, info);
+    const int channels = png_get_channels(png, info);
+    const std::size_t rowBytes = (static_cast<std::size_t>(width) * channels * bitDepth + 7) / 8;
+    for (int y = 0; y < height; ++y) {
+        png_write_row(png, const_cast<png_bytep>(samples.data() + y * rowBytes));
+    }
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return out;
+}
+
+namespace {
+
+struct JpegWriter {
+    jpeg_compress_struct info{};
+    jpeg_error_mgr error{};
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+
+    JpegWriter() {
+        info.err = jpeg_std_error(&error);
+        jpeg_create_compress(&info);
+        jpeg_mem_dest(&info, &buffer, &size);
+    }
+    ~JpegWriter() {
+        jpeg_destroy_compress(&info);
+        std::free(buffer);
+    }
+    std::vector<std::uint8_t> bytes() const { return std::vector<std::uint8_t>(buffer, buffer + size); }
+};
+
+} // namespace
+
+std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive, const std::vector<std::uint8_t>& exif) {
+    JpegWriter w;
+    w.info.image_width = static_cast<JDIMENSION>(image.width);
+    w.info.image_height = static_cast<JDIMENSION>(image.height);
+    w.info.input_components = 3;
+    w.info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&w.info);
+    jpeg_set_quality(&w.info, 92, TRUE);
+    if (progressive) {
+        jpeg_simple_progression(&w.info);
+    }
+    jpeg_start_compress(&w.info, TRUE);
+    if (!exif.empty()) {
+        std::vector<std::uint8_t> app1{'E', 'x', 'i', 'f', 0, 0};
+        app1.insert(app1.end(), exif.begin(), exif.end());
+        jpeg_write_marker(&w.info, JPEG_APP0 + 1, app1.data(), static_cast<unsigned>(app1.size()));
+    }
+    while (w.info.next_scanline < w.info.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(image.row(static_cast<int>(w.info.next_scanline)));
+        jpeg_write_scanlines(&w.info, &row, 1);
+    }
+    jpeg_finish_compress(&w.info);
+    return w.bytes();
+}
+
+std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_t c, std::uint8_t m, std::uint8_t y,
+                                              std::uint8_t k) {
+    JpegWriter w;
+    w.info.image_width = static_cast<JDIMENSION>(width);
+    w.info.image_height = static_cast<JDIMENSION>(height);
+    w.info.input_components = 4;
+    w.info.in_color_space = JCS_CMYK;
+    jpeg_set_defaults(&w.info);
+    jpeg_set_colorspace(&w.info, JCS_YCCK);
+    w.info.write_Adobe_marker = TRUE;
+    jpeg_set_quality(&w.info, 95, TRUE);
+    jpeg_start_compress(&w.info, TRUE);
+    // Adobe's convention: stored values are inverted (255 means no ink).
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 4);
+    for (int x = 0; x < width; ++x) {
+        row[x * 4 + 0] = static_cast<std::uint8_t>(255 - c);
+        row[x * 4 + 1] = static_cast<std::uint8_t>(255 - m);
+        row[x * 4 + 2] = static_cast<std::uint8_t>(255 - y);
+        row[x * 4 + 3] = static_cast<std::uint8_t>(255 - k);
+    }
+    while (w.info.next_scanline < w.info.image_height) {
+        JSAMPROW p = row.data();
+        jpeg_write_scanlines(&w.info, &p, 1);
+    }
+    jpeg_finish_compress(&w.info);
+    return w.bytes();
+}
+
+std::vector<std::uint8_t> exifBlock(std::optional<int> orientation, std::optional<std::string> software) {
+    std::vector<std::uint8_t> tiff{'I', 'I', 42, 0, 8, 0, 0, 0};
+    auto u16 = [&](unsigned v) {
+        tiff.push_back(static_cast<std::uint8_t>(v));
+        tiff.push_back(static_cast<std::uint8_t>(v >> 8));
+    };
+    auto u32 = [&](unsigned v) {
+        for (int i = 0; i < 4; ++i) {
+            tiff.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+        }
+    };
+    const unsigned count = (orientation ? 1u : 0u) + (software ? 1u : 0u);
+    u16(count);
+    const unsigned dataOffset = 8 + 2 + count * 12 + 4;
+    std::string text = software.value_or("");
+    text.push_back('\0');
+    if (orientation) {
+        u16(0x0112); // Orientation, SHORT, 1 value
+        u16(3);
+        u32(1);
+        u16(static_cast<unsigned>(*orientation));
+        u16(0);
+    }
+    if (software) {
+        u16(0x0131); // Software, ASCII
+        u16(2);
+        u32(static_cast<unsigned>(text.size()));
+        if (text.size() <= 4) {
+            std::string padded = text;
+            padded.resize(4, '\0');
+            tiff.insert(tiff.end(), padded.begin(), padded.end());
+        } else {
+            u32(dataOffset);
+        }
+    }
+    u32(0); // no next IFD
+    if (software && text.size() > 4) {
+        tiff.insert(tiff.end(), text.begin(), text.end());
+    }
+    return tiff;
+}
+
+std::vector<std::uint8_t> readBytes(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) {
+    std::ofstream out(file, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "quorvel-test-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<std::string> TempDir::entries() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace testing_support
