@@ -78,8 +78,13 @@ constexpr long long maxPixels = 50000000;
 
 LoadedDocument load(const std::filesystem::path& file) {
     namespace Decoder = platform::ImageDecoder;
-    if (platform::FileSystem::fileSize(file) > maxFileBytes) {
+    const platform::FileSystem::Attributes attributes = platform::FileSystem::attributes(file);
+    if (attributes.size > maxFileBytes) {
         throw DocumentError(DocumentError::tooLarge);
+    }
+    // A folder, a device or a pipe holds no image container.
+    if (!attributes.regularFile) {
+        throw DocumentError(DocumentError::invalidImage);
     }
     const std::vector<std::uint8_t> bytes = platform::FileSystem::readFile(file);
     if (bytes.size() > maxFileBytes) { // the file grew after it was measured

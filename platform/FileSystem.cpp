@@ -61,10 +61,12 @@ std::string randomSuffix() {
 
 } // namespace
 
-std::uintmax_t fileSize(const std::filesystem::path& path) {
+Attributes attributes(const std::filesystem::path& path) {
     struct stat info {};
-    openForReading(path, info);
-    return static_cast<std::uintmax_t>(info.st_size);
+    if (::stat(path.c_str(), &info) != 0) {
+        throwErrno(errno, path);
+    }
+    return Attributes{static_cast<std::uintmax_t>(info.st_size), S_ISREG(info.st_mode)};
 }
 
 std::vector<std::uint8_t> readFile(const std::filesystem::path& path) {

@@ -7,11 +7,16 @@
 
 namespace platform::FileSystem {
 
-// Size of a regular file in bytes. Throws std::system_error carrying the path and the system's text;
-// a directory is refused with EISDIR so that it never reaches a decoder.
-std::uintmax_t fileSize(const std::filesystem::path& path);
+struct Attributes {
+    std::uintmax_t size = 0;
+    bool regularFile = false;
+};
 
-// Reads a whole regular file. Throws std::system_error as above.
+// What the file system says of a path, without opening it. Throws std::system_error carrying the path
+// and the system's text.
+Attributes attributes(const std::filesystem::path& path);
+
+// Reads a whole regular file. Throws std::system_error as above (EISDIR for a folder).
 std::vector<std::uint8_t> readFile(const std::filesystem::path& path);
 
 // Replaces the file at `path` whole or not at all: the bytes go to a new file in the same folder,

@@ -5,6 +5,7 @@
 
 #include <exiv2/exiv2.hpp>
 #include <jpeglib.h>
+#include <jerror.h>
 #include <libheif/heif.h>
 
 #include <array>
@@ -94,7 +95,13 @@ struct JpegError {
     std::longjmp(error->jump, 1);
 }
 
-void jpegSilent(j_common_ptr, int) {}
+// Warnings about corrupt data are common in camera files and harmless, but running out of data means
+// part of the document would come out grey: that file is refused.
+void jpegMessage(j_common_ptr info, int level) {
+    if (level < 0 && info->err->msg_code == JWRN_JPEG_EOF) {
+        jpegFail(info);
+    }
+}
 
 // Progressive files with thousands of tiny scans take minutes to decode; real cameras write about ten.
 constexpr int maxJpegScans = 1000;
@@ -127,7 +134,7 @@ bool decodeJpegInto(JpegDecoder& d, std::span<const std::uint8_t> data, Properti
                     std::vector<std::uint8_t>* scratch) {
     d.info.err = jpeg_std_error(&d.error.manager);
     d.error.manager.error_exit = jpegFail;
-    d.error.manager.emit_message = jpegSilent;
+    d.error.manager.emit_message = jpegMessage;
     if (setjmp(d.error.jump)) {
         return false;
     }

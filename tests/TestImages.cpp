@@ -1,7 +1,9 @@
 #include "TestImages.h"
 
 #include <jpeglib.h>
+#include <libheif/heif.h>
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -223,6 +225,91 @@ std::vector<std::uint8_t> exifBlock(std::optional<int> orientation, std::optiona
         tiff.insert(tiff.end(), text.begin(), text.end());
     }
     return tiff;
+}
+
+namespace {
+
+void heifCheck(const heif_error& error) {
+    if (error.code != heif_error_Ok) {
+        throw std::runtime_error(std::string("test HEIC encoding failed: ") + error.message);
+    }
+}
+
+heif_error appendHeif(heif_context*, const void* data, size_t size, void* userdata) {
+    auto* out = static_cast<std::vector<std::uint8_t>*>(userdata);
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    out->insert(out->end(), bytes, bytes + size);
+    return heif_error{heif_error_Ok, heif_suberror_Unspecified, "ok"};
+}
+
+} // namespace
+
+std::vector<std::uint8_t> encodeHeic(const std::vector<HeicImage>& images, std::size_t primary,
+                                     const std::vector<std::uint8_t>& exif) {
+    heif_context* context = heif_context_alloc();
+    heif_encoder* encoder = nullptr;
+    heifCheck(heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder));
+    heif_encoder_set_lossy_quality(encoder, 90);
+    std::vector<heif_image_handle*> handles;
+    for (const HeicImage& source : images) {
+        heif_image* image = nullptr;
+        heifCheck(heif_image_create(source.pixels.width, source.pixels.height, heif_colorspace_RGB,
+                                    heif_chroma_interleaved_RGB, &image));
+        heifCheck(heif_image_add_plane(image, heif_channel_interleaved, source.pixels.width, source.pixels.height, 8));
+        int stride = 0;
+        std::uint8_t* plane = heif_image_get_plane(image, heif_channel_interleaved, &stride);
+        for (int y = 0; y < source.pixels.height; ++y) {
+            std::memcpy(plane + static_cast<std::size_t>(y) * stride, source.pixels.row(y), source.pixels.rowBytes());
+        }
+        heif_encoding_options* options = heif_encoding_options_alloc();
+        options->image_orientation = static_cast<heif_orientation>(source.orientation);
+        heif_image_handle* handle = nullptr;
+        heifCheck(heif_context_encode_image(context, image, encoder, options, &handle));
+        heif_encoding_options_free(options);
+        heif_image_release(image);
+        handles.push_back(handle);
+    }
+    heifCheck(heif_context_set_primary_image(context, handles.at(primary)));
+    if (!exif.empty()) {
+        heifCheck(heif_context_add_exif_metadata(context, handles.at(primary), exif.data(), static_cast<int>(exif.size())));
+    }
+    std::vector<std::uint8_t> out;
+    heif_writer writer{1, appendHeif};
+    heifCheck(heif_context_write(context, &writer, &out));
+    for (heif_image_handle* handle : handles) {
+        heif_image_handle_release(handle);
+    }
+    heif_encoder_release(encoder);
+    heif_context_free(context);
+    return out;
+}
+
+std::vector<std::uint8_t> pngHeaderOnly(std::uint32_t width, std::uint32_t height) {
+    std::vector<std::uint8_t> png{0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
+    auto chunk = [&](const char* type, std::vector<std::uint8_t> data) {
+        const auto length = static_cast<std::uint32_t>(data.size());
+        for (int i = 3; i >= 0; --i) {
+            png.push_back(static_cast<std::uint8_t>(length >> (8 * i)));
+        }
+        std::vector<std::uint8_t> body(type, type + 4);
+        body.insert(body.end(), data.begin(), data.end());
+        png.insert(png.end(), body.begin(), body.end());
+        const auto crc = static_cast<std::uint32_t>(::crc32(0, body.data(), static_cast<uInt>(body.size())));
+        for (int i = 3; i >= 0; --i) {
+            png.push_back(static_cast<std::uint8_t>(crc >> (8 * i)));
+        }
+    };
+    std::vector<std::uint8_t> ihdr;
+    for (std::uint32_t v : {width, height}) {
+        for (int i = 3; i >= 0; --i) {
+            ihdr.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+        }
+    }
+    ihdr.insert(ihdr.end(), {8, 2, 0, 0, 0}); // 8-bit RGB, deflate, no filter, no interlace
+    chunk("IHDR", ihdr);
+    chunk("IDAT", {0x78, 0x9C, 0x03, 0x00});
+    chunk("IEND", {});
+    return png;
 }
 
 std::vector<std::uint8_t> readBytes(const std::filesystem::path& file) {

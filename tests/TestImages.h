@@ -45,6 +45,20 @@ std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_
 // A little-endian TIFF block with IFD0 entries for Orientation and, when given, Software.
 std::vector<std::uint8_t> exifBlock(std::optional<int> orientation, std::optional<std::string> software);
 
+struct HeicImage {
+    Bitmap pixels;
+    int orientation = 1; // written as the container's rotation and mirror boxes
+};
+
+// A HEIC file with libheif's HEVC encoder: every image given, the one at `primary` marked primary,
+// and optionally an EXIF block attached to it.
+std::vector<std::uint8_t> encodeHeic(const std::vector<HeicImage>& images, std::size_t primary = 0,
+                                     const std::vector<std::uint8_t>& exif = {});
+
+// A PNG whose header declares the given size, followed by a token IDAT and IEND: enough for any
+// reader of headers, nothing to decode.
+std::vector<std::uint8_t> pngHeaderOnly(std::uint32_t width, std::uint32_t height);
+
 std::vector<std::uint8_t> readBytes(const std::filesystem::path& file);
 void writeBytes(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
 
