@@ -123,3 +123,7 @@ const char* DocumentError::what() const noexcept {
     }
     return "";
 }
+
+CountryDetection CountryDetection::unknown() {
+    return CountryDetection{std::nullopt, "Страна не определена", "Общие правила", false, false};
+}

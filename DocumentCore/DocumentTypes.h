@@ -28,6 +28,15 @@ struct Rect {
     bool operator==(const Rect&) const = default;
 };
 
+// A range of text: location and length in UTF-16 code units.
+struct TextRange {
+    int location = 0;
+    int length = 0;
+
+    int end() const noexcept { return location + length; }
+    bool operator==(const TextRange&) const = default;
+};
+
 // Random (version 4) identity of a mask.
 struct Uuid {
     std::array<std::uint8_t, 16> bytes{};
@@ -132,6 +141,9 @@ struct CountryDetection {
     std::string evidence;
     bool hasProfile = false;
     bool conflict = false;
+
+    // Nothing identifies the country.
+    static CountryDetection unknown();
 
     bool operator==(const CountryDetection&) const = default;
 };
