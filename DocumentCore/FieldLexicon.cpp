@@ -208,8 +208,10 @@ std::vector<LabelMatch> labelMatches(std::string_view text) {
     return labelMatchesInNormalized(normalizeUnicode(UnicodeText::utf16(text)));
 }
 
-bool isDrivingLicence(std::string_view text) {
-    return UnicodeText::search(drivingTitlePattern(), normalizeUnicode(UnicodeText::utf16(text)));
+bool isDrivingLicenceNormalized(const icu::UnicodeString& normalizedText) {
+    return UnicodeText::search(drivingTitlePattern(), normalizedText);
 }
+
+bool isDrivingLicence(std::string_view text) { return isDrivingLicenceNormalized(normalizeUnicode(UnicodeText::utf16(text))); }
 
 } // namespace FieldLexicon

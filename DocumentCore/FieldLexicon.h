@@ -38,6 +38,7 @@ std::vector<LabelMatch> labelMatchesInNormalized(const icu::UnicodeString& norma
 
 // Whether a driving-licence title stands in the text as whole words.
 bool isDrivingLicence(std::string_view text);
+bool isDrivingLicenceNormalized(const icu::UnicodeString& normalizedText);
 
 // Case and diacritic folding, full upper-casing, and the typographic apostrophe made plain.
 std::string normalize(std::string_view text);

@@ -1,4 +1,5 @@
 #include "CountryCatalog.h"
+#include "FieldDetector.h"
 #include "FieldLexicon.h"
 
 #include <benchmark/benchmark.h>
@@ -58,5 +59,27 @@ void BM_CaptionSearch40Lines(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_CaptionSearch40Lines)->Unit(benchmark::kMicrosecond);
+
+// 60 spans: the 40-line page with its captions and values cut apart, plus a second column of
+// numbered licence fields.
+std::vector<TextRegion> sixtySpanPage() {
+    std::vector<TextRegion> lines = fortyLinePage();
+    const char* extra[] = {"1. MUSTERFRAU", "2. MARIA", "3. 12.08.1974 WIEN", "4a. 01.02.2020", "4b. 31.01.2035",
+                           "4c. BH WIEN", "5. ", "AT123456789", "8. HAUPTSTRASSE 12", "1010 WIEN", "9. AM/B",
+                           "12. 01", "Tel.", "+43 1 234 5678", "E-Mail", "maria@example.at", "Nr.", "X4RTBPFW4",
+                           "Gültig bis", "14.04.2029"};
+    for (int i = 0; i < 20; ++i) {
+        lines.push_back(TextRegion{extra[i], Rect{0.55, 0.05 + i * 0.045, 0.3, 0.035}, 0.9f});
+    }
+    return lines;
+}
+
+void BM_FieldDetect60Lines(benchmark::State& state) {
+    const auto lines = sixtySpanPage();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(FieldDetector::detect(lines));
+    }
+}
+BENCHMARK(BM_FieldDetect60Lines)->Unit(benchmark::kMicrosecond);
 
 } // namespace
