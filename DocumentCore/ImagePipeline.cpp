@@ -1,6 +1,10 @@
 #include "ImagePipeline.h"
 
+#include "CountryCatalog.h"
 #include "DocumentOutline.h"
+#include "FieldDetector.h"
+#include "OCRLanguages.h"
+#include "UnicodeText.h"
 #include "FileSystem.h"
 #include "ImageDecoder.h"
 #include "PlatformError.h"
@@ -148,6 +152,126 @@ Centered centerDocument(Bitmap image) {
 }
 
 Rect topLeft(const Rect& box) noexcept { return Rect{box.minX(), 1.0 - box.maxY(), box.width, box.height}; }
+
+namespace {
+
+Rect topLeftOf(const platform::Recognition::Box& box) { return topLeft(Rect{box.x, box.y, box.width, box.height}); }
+
+// Spans of one recognised line as text regions: the whole line when it does not divide, else each
+// non-blank span trimmed, with the box of its characters.
+void appendSpans(const platform::Recognition::Line& line, bool drivingLicence, std::vector<TextRegion>& spans) {
+    const std::vector<TextRange> ranges = FieldDetector::fieldSpans(line.text, drivingLicence);
+    if (ranges.empty()) {
+        return;
+    }
+    if (ranges.size() == 1) {
+        spans.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
+        return;
+    }
+    const icu::UnicodeString text = UnicodeText::utf16(line.text);
+    for (const TextRange& range : ranges) {
+        if (range.location < 0 || range.end() > text.length()) {
+            continue;
+        }
+        const icu::UnicodeString piece = UnicodeText::trimmedHorizontal(icu::UnicodeString(text, range.location, range.length));
+        if (piece.isEmpty()) {
+            continue;
+        }
+        const auto box = platform::Recognition::rangeBox(line, range.location, range.length);
+        spans.push_back(TextRegion{UnicodeText::utf8(piece), topLeftOf(box.value_or(line.box)), line.confidence});
+    }
+}
+
+} // namespace
+
+Analysis assemble(const AssemblyInput& input) {
+    // How far a detected face is widened: portraits continue past the face itself.
+    constexpr double faceMarginX = 0.012;
+    constexpr double faceMarginY = 0.018;
+    constexpr int lowResolutionSide = 699;
+
+    std::vector<TextRegion> lines;
+    for (const auto& line : input.recognition.lines) {
+        lines.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
+    }
+    const CountryDetection country = CountryCatalog::detect(lines);
+    const bool drivingLicence = FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType;
+    std::vector<TextRegion> spans;
+    for (const auto& line : input.recognition.lines) {
+        appendSpans(line, drivingLicence, spans);
+    }
+    FieldDetector::Detection detection = FieldDetector::detect(spans);
+
+    std::vector<RedactionRegion> regions = std::move(detection.regions);
+    for (const auto& face : input.recognition.faces) {
+        const Rect r = topLeftOf(face);
+        regions.push_back(RedactionRegion{FieldKind::face,
+                                          Rect{r.x - faceMarginX, r.y - faceMarginY, r.width + 2 * faceMarginX,
+                                               r.height + 2 * faceMarginY},
+                                          Uuid::random(), FieldEvidence::vision});
+    }
+    for (const auto& barcode : input.recognition.barcodes) {
+        regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(barcode), Uuid::random(),
+                                          FieldEvidence::vision});
+    }
+
+    std::vector<std::string> warnings = std::move(detection.warnings);
+    if (input.centering.applied) {
+        const int percent = static_cast<int>(input.centering.confidence * 100.0f);
+        warnings.push_back("Документ автоматически выровнен по найденным границам (уверенность " +
+                           std::to_string(percent) + "%).");
+    } else {
+        warnings.push_back(
+            "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.");
+    }
+    const std::vector<std::string> unavailable = OCRLanguages::unavailable(country.code, input.supportedLanguages);
+    if (!unavailable.empty()) {
+        std::string names;
+        for (const std::string& code : unavailable) {
+            names += (names.empty() ? "" : ", ") + OCRLanguages::displayName(code);
+        }
+        warnings.push_back("В этой системе нет заявленного OCR для: " + names +
+                           ". Локальные подписи могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
+    }
+    if (country.conflict) {
+        warnings.push_back("Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
+                           "рождения могут отличаться.");
+    }
+    if (!country.hasProfile) {
+        warnings.push_back(
+            "Использованы общие эвристики для номеров, дат, имён и адресов; профиль страны не определён.");
+    }
+    if (input.image && std::min(input.image->width, input.image->height) <= lowResolutionSide) {
+        warnings.push_back("Низкое разрешение. Мелкие номера и повторные фотографии могут быть пропущены.");
+    }
+    if (spans.empty()) {
+        warnings.push_back("Текст не распознан. Добавьте маски вручную или загрузите более чёткое фото.");
+    }
+    if (input.recognition.faces.empty()) {
+        warnings.push_back("Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.");
+    }
+    warnings.push_back("Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
+                       "распознавание всех форматов и полей.");
+
+    return Analysis{std::move(regions),
+                    std::move(detection.type),
+                    std::move(warnings),
+                    RiskEngine::assess(lines, input.software, input.image),
+                    static_cast<int>(spans.size()),
+                    country,
+                    unavailable};
+}
+
+Analysis analyze(const LoadedDocument& document) {
+    AssemblyInput input;
+    input.supportedLanguages = platform::Recognition::supportedLanguages();
+    input.recognition =
+        platform::Recognition::recognize(document.image, OCRLanguages::prioritized(input.supportedLanguages));
+    input.software = document.software;
+    input.centering = document.centering;
+    input.image = RiskEngine::PixelSize{document.image.width, document.image.height};
+    return assemble(input);
+}
 
 Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy) {
     if (image.empty() || image.pixels.size() != image.rowBytes() * static_cast<std::size_t>(image.height)) {

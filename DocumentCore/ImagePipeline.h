@@ -1,6 +1,8 @@
 #pragma once
 
 #include "DocumentTypes.h"
+#include "Recognition.h"
+#include "RiskEngine.h"
 
 #include <filesystem>
 #include <vector>
@@ -22,6 +24,21 @@ Centered centerDocument(Bitmap image);
 
 // A recognition box (normalised, origin bottom-left) in the system's top-left space.
 Rect topLeft(const Rect& bottomLeftBox) noexcept;
+
+// One recognition pass (text, faces, barcodes) over the upright image, then the assembly below.
+// Errors of the recogniser pass through unchanged.
+Analysis analyze(const LoadedDocument& document);
+
+// Everything an analysis concludes from one recognition pass: lines and field spans, country,
+// document type, masks, warnings and risk. Pure, so that it runs on recognised text from anywhere.
+struct AssemblyInput {
+    platform::Recognition::Result recognition;
+    std::vector<std::string> supportedLanguages;
+    std::optional<std::string> software;
+    CenteringResult centering;
+    std::optional<RiskEngine::PixelSize> image; // none: no resolution warning, no image check
+};
+Analysis assemble(const AssemblyInput& input);
 
 // A new opaque copy of `image` with the regions that `policy` hides painted solid black, with hard
 // edges, padded by 0.4% of the image height (at least 3 pixels) on every side. Throws

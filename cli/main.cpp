@@ -1,49 +1,68 @@
 // quorvel-cli: the document core on the command line.
 
+#include "CliSupport.h"
 #include "DocumentTypes.h"
 #include "ImagePipeline.h"
 
-#include <nlohmann/json.hpp>
-
-#include <cmath>
-#include <cstdio>
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
+#include <optional>
+#include <set>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
-using json = nlohmann::json;
+using namespace cli;
 
 namespace {
 
-constexpr int exitOK = 0;
-constexpr int exitFailed = 1; // a document could not be read or written
-constexpr int exitUsage = 2;  // wrong arguments or a malformed region file
-
 constexpr const char* usageText = R"(Usage: quorvel-cli COMMAND [OPTIONS]
 
-Masks personal data on identity-document photos, entirely on this machine.
+Finds and masks personal data on photos of identity documents, entirely on
+this machine. Photos may be JPEG, PNG, HEIC or HEIF (the type is read from the
+file's content, not its name), at most 80 MB, 20,000 pixels a side and 50
+megapixels. Nothing is sent anywhere and nothing but the output is written.
 
 Commands:
+  redact FILE -o OUT.png [SWITCHES]
+      Recognises the document, masks every personal field it finds and saves
+      a PNG without metadata.
+  redact FILE... -o DIR [-j N] [SWITCHES]
+      The same for many files; each result is DIR/NAME-redacted.png. A file
+      that fails is reported by name and the rest go on; the exit code is 1
+      if any failed. -j N runs N files at a time (default: 1).
+  analyze FILE [--json]
+      Prints what the analysis found: country, document type, warnings, risk
+      and the masks, without writing anything. --json prints one object.
+  analyze --lines LINES.json [--json]
+      The same analysis from recognised lines given as JSON instead of an
+      image: {"lines": [{"text", "x", "y", "width", "height", "confidence",
+      "ranges": [{"location", "length", "x", "y", "width", "height"}]}],
+      "faces": [rect...], "barcodes": [rect...], "image": {"width", "height"},
+      "software", "centering": {"applied", "confidence"},
+      "supportedLanguages": [...]}. Every key but "lines" is optional;
+      rectangles are fractions of the image, origin at the top-left corner;
+      ranges count UTF-16 code units. Without "supportedLanguages" the
+      languages installed on this machine are assumed.
   mask IN --regions R.json -o OUT.png [SWITCHES]
-      Paints opaque black masks over the regions listed in R.json and saves a
-      PNG without metadata. IN is a JPEG, PNG, HEIC or HEIF photo (the type is
-      read from the file's content, not its name). R.json is a list of objects
+      Paints masks over the regions listed in R.json, a list of objects
         {"kind": "number", "x": 0.1, "y": 0.2, "width": 0.3, "height": 0.05}
-      with the rectangle in fractions of the image's width and height, origin
-      at the top-left corner. Kinds: number, address, birthDate, face,
-      issueDate, expiryDate, machineReadable, uncertain, manual, personName,
-      phone, email.
+      (fractions of the image, origin at the top-left corner), and saves a
+      PNG without metadata.
 
-Switches (optional fields, shown unless switched on):
+Kinds: number, address, birthDate, face, issueDate, expiryDate,
+machineReadable, uncertain, manual, personName, phone, email.
+
+Switches (optional fields are shown unless switched on; every other kind is
+always masked):
   --hide-face           mask portraits (kind face)
   --hide-issue-date     mask issue dates (kind issueDate)
   --hide-expiry-date    mask expiry dates (kind expiryDate)
   --hide-person-name    mask names (kind personName)
-Every other kind is always masked.
 
 Other options:
   -h, --help            show this help
@@ -51,124 +70,193 @@ Other options:
 
 Exit codes:
   0  success
-  1  an input could not be read, or the output could not be written
-  2  wrong arguments, or a malformed region file
+  1  an input could not be read or analysed, or an output could not be written
+  2  wrong arguments, or a malformed JSON input
 )";
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
+struct Arguments {
+    std::vector<std::string> positional;
+    std::optional<fs::path> output, regions, lines;
+    RedactionPolicy policy;
+    bool json = false;
+    int workers = 1;
 };
 
-double coordinate(const json& object, const char* key, std::size_t index) {
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_number() || !std::isfinite(it->get<double>())) {
-        throw UsageError("region " + std::to_string(index + 1) + ": \"" + key + "\" must be a finite number");
-    }
-    return it->get<double>();
-}
-
-std::vector<RedactionRegion> readRegions(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        throw std::system_error(errno, std::generic_category(), file.string());
-    }
-    json document;
-    try {
-        document = json::parse(in);
-    } catch (const json::parse_error& error) {
-        throw UsageError(file.string() + ": not valid JSON (byte " + std::to_string(error.byte) + ")");
-    } catch (const json::exception&) {
-        throw UsageError(file.string() + ": not valid JSON (a number is out of range)");
-    }
-    if (!document.is_array()) {
-        throw UsageError(file.string() + ": expected a list of regions");
-    }
-    std::vector<RedactionRegion> regions;
-    for (std::size_t i = 0; i < document.size(); ++i) {
-        const json& item = document[i];
-        if (!item.is_object()) {
-            throw UsageError(file.string() + ": region " + std::to_string(i + 1) + " is not an object");
-        }
-        const auto kindField = item.find("kind");
-        if (kindField == item.end() || !kindField->is_string()) {
-            throw UsageError(file.string() + ": region " + std::to_string(i + 1) + ": \"kind\" is missing");
-        }
-        const std::optional<FieldKind> kind = fieldKind(kindField->get<std::string>());
-        if (!kind) {
-            throw UsageError(file.string() + ": region " + std::to_string(i + 1) + ": unknown kind \"" +
-                             kindField->get<std::string>() + "\"");
-        }
-        try {
-            const Rect rect{coordinate(item, "x", i), coordinate(item, "y", i), coordinate(item, "width", i),
-                            coordinate(item, "height", i)};
-            regions.push_back(RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::manual});
-        } catch (const UsageError& error) {
-            throw UsageError(file.string() + ": " + error.what());
-        }
-    }
-    return regions;
-}
-
-bool sameFile(const fs::path& a, const fs::path& b) {
-    std::error_code error;
-    return fs::exists(b, error) && fs::equivalent(a, b, error);
-}
-
-int runMask(const std::vector<std::string>& args) {
-    std::optional<fs::path> input, regionsFile, output;
-    RedactionPolicy policy;
+Arguments parse(const std::vector<std::string>& args, const std::set<std::string>& allowed) {
+    Arguments parsed;
+    bool optionsEnded = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
+        if (optionsEnded || arg == "-" || !arg.starts_with("-")) {
+            parsed.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        if (!allowed.contains(arg)) {
+            throw UsageError("unknown option " + arg + " (see quorvel-cli --help)");
+        }
         auto value = [&]() -> std::string {
             if (i + 1 >= args.size()) {
                 throw UsageError(arg + " needs a value");
             }
             return args[++i];
         };
-        if (arg == "--regions") {
-            regionsFile = value();
-        } else if (arg == "-o" || arg == "--output") {
-            output = value();
-        } else if (arg == "--hide-face") {
-            policy.hideFace = true;
-        } else if (arg == "--hide-issue-date") {
-            policy.hideIssueDate = true;
-        } else if (arg == "--hide-expiry-date") {
-            policy.hideExpiryDate = true;
-        } else if (arg == "--hide-person-name") {
-            policy.hidePersonName = true;
-        } else if (arg == "--") {
-            if (i + 1 < args.size() && !input) {
-                input = args[++i];
+        if (arg == "-o" || arg == "--output") {
+            parsed.output = value();
+        } else if (arg == "--regions") {
+            parsed.regions = value();
+        } else if (arg == "--lines") {
+            parsed.lines = value();
+        } else if (arg == "--json") {
+            parsed.json = true;
+        } else if (arg == "-j") {
+            const std::string n = value();
+            try {
+                parsed.workers = std::stoi(n);
+            } catch (const std::exception&) {
+                parsed.workers = 0;
             }
-        } else if (arg.starts_with("-") && arg.size() > 1) {
-            throw UsageError("unknown option " + arg);
-        } else if (!input) {
-            input = arg;
-        } else {
-            throw UsageError("unexpected argument " + arg);
+            if (parsed.workers < 1 || parsed.workers > 64) {
+                throw UsageError("-j takes a number of files at a time from 1 to 64");
+            }
+        } else if (arg == "--hide-face") {
+            parsed.policy.hideFace = true;
+        } else if (arg == "--hide-issue-date") {
+            parsed.policy.hideIssueDate = true;
+        } else if (arg == "--hide-expiry-date") {
+            parsed.policy.hideExpiryDate = true;
+        } else if (arg == "--hide-person-name") {
+            parsed.policy.hidePersonName = true;
         }
     }
-    if (!input || !regionsFile || !output) {
+    return parsed;
+}
+
+const std::set<std::string> policySwitches{"--hide-face", "--hide-issue-date", "--hide-expiry-date",
+                                           "--hide-person-name"};
+
+std::set<std::string> with(std::set<std::string> options, std::initializer_list<std::string> more) {
+    options.insert(more);
+    return options;
+}
+
+int runMask(const std::vector<std::string>& args) {
+    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "--regions"}));
+    if (a.positional.size() != 1 || !a.regions || !a.output) {
         throw UsageError("mask needs IN, --regions R.json and -o OUT.png");
     }
-    if (sameFile(*input, *output)) {
-        throw UsageError("the output would overwrite the input " + input->string());
+    const fs::path input = a.positional[0];
+    if (sameFile(input, *a.output)) {
+        throw UsageError("the output would overwrite the input " + input.string());
     }
-    const std::vector<RedactionRegion> regions = readRegions(*regionsFile);
-    const LoadedDocument document = ImagePipeline::load(*input);
-    const Bitmap cleaned = ImagePipeline::render(document.image, regions, policy);
-    ImagePipeline::exportPNG(cleaned, *output);
+    const std::vector<RedactionRegion> regions = regionsFromJson(readJson(*a.regions), a.regions->string());
+    const LoadedDocument document = ImagePipeline::load(input);
+    ImagePipeline::exportPNG(ImagePipeline::render(document.image, regions, a.policy), *a.output);
     return exitOK;
+}
+
+int runAnalyze(const std::vector<std::string>& args) {
+    const Arguments a = parse(args, {"--json", "--lines"});
+    Analysis analysis;
+    if (a.lines) {
+        if (!a.positional.empty()) {
+            throw UsageError("analyze takes either FILE or --lines LINES.json");
+        }
+        analysis = ImagePipeline::assemble(assemblyFromJson(readJson(*a.lines), a.lines->string()));
+    } else {
+        if (a.positional.size() != 1) {
+            throw UsageError("analyze needs one FILE (or --lines LINES.json)");
+        }
+        analysis = ImagePipeline::analyze(ImagePipeline::load(a.positional[0]));
+    }
+    std::cout << (a.json ? analysisToJson(analysis).dump(2) + "\n" : analysisToText(analysis));
+    return exitOK;
+}
+
+void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy) {
+    const LoadedDocument document = ImagePipeline::load(input);
+    const Analysis analysis = ImagePipeline::analyze(document);
+    ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy), output);
+}
+
+int runRedact(const std::vector<std::string>& args) {
+    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "-j"}));
+    if (a.positional.empty() || !a.output) {
+        throw UsageError("redact needs FILE... and -o OUT.png or -o DIR");
+    }
+    std::error_code error;
+    const bool toFolder = a.positional.size() > 1 || fs::is_directory(*a.output, error);
+    if (!toFolder) {
+        if (sameFile(a.positional[0], *a.output)) {
+            throw UsageError("the output would overwrite the input " + a.positional[0]);
+        }
+        redactOne(a.positional[0], *a.output, a.policy);
+        return exitOK;
+    }
+    if (!fs::is_directory(*a.output, error)) {
+        throw UsageError("with several files, -o must name an existing folder: " + a.output->string());
+    }
+    std::vector<std::pair<fs::path, fs::path>> jobs;
+    std::set<fs::path> targets;
+    for (const std::string& name : a.positional) {
+        const fs::path input = name;
+        const fs::path output = *a.output / (input.stem().string() + "-redacted.png");
+        if (!targets.insert(output).second) {
+            throw UsageError("two inputs would both be written to " + output.string());
+        }
+        jobs.emplace_back(input, output);
+    }
+    for (const auto& [input, output] : jobs) {
+        for (const std::string& other : a.positional) {
+            if (sameFile(other, output)) {
+                throw UsageError("the output " + output.string() + " would overwrite an input");
+            }
+        }
+    }
+    Progress progress(jobs.size());
+    std::atomic<std::size_t> next{0};
+    std::atomic<std::size_t> failures{0};
+    auto work = [&] {
+        for (std::size_t i; (i = next.fetch_add(1)) < jobs.size();) {
+            const auto& [input, output] = jobs[i];
+            try {
+                redactOne(input, output, a.policy);
+                progress.finished(input.string());
+            } catch (const std::exception& e) {
+                ++failures;
+                progress.finished(input.string(), describe(e));
+            }
+        }
+    };
+    std::vector<std::thread> workers;
+    for (int w = 1; w < std::min<int>(a.workers, static_cast<int>(jobs.size())); ++w) {
+        workers.emplace_back(work);
+    }
+    work();
+    for (std::thread& t : workers) {
+        t.join();
+    }
+    progress.done();
+    std::cerr << jobs.size() - failures << " of " << jobs.size() << " files redacted"
+              << (failures ? ", " + std::to_string(failures.load()) + " failed" : std::string()) << "\n";
+    return failures ? exitFailed : exitOK;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    platform::Recognition::limitRecognitionThreads(argv);
     std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.empty() || args[0] == "-h" || args[0] == "--help" || args[0] == "help") {
+    if (args.empty()) {
+        std::cerr << usageText;
+        return exitUsage;
+    }
+    if (args[0] == "-h" || args[0] == "--help" || args[0] == "help") {
         std::cout << usageText;
-        return args.empty() ? exitUsage : exitOK;
+        return exitOK;
     }
     if (args[0] == "--version") {
         std::cout << "quorvel-cli " << QUORVEL_VERSION << "\n";
@@ -176,28 +264,27 @@ int main(int argc, char** argv) {
     }
     const std::string command = args[0];
     args.erase(args.begin());
-    for (const std::string& arg : args) {
-        if (arg == "-h" || arg == "--help") {
-            std::cout << usageText;
-            return exitOK;
-        }
+    if (std::find(args.begin(), args.end(), "--help") != args.end() ||
+        std::find(args.begin(), args.end(), "-h") != args.end()) {
+        std::cout << usageText;
+        return exitOK;
     }
     try {
         if (command == "mask") {
             return runMask(args);
         }
+        if (command == "analyze") {
+            return runAnalyze(args);
+        }
+        if (command == "redact") {
+            return runRedact(args);
+        }
         throw UsageError("unknown command \"" + command + "\" (see quorvel-cli --help)");
     } catch (const UsageError& error) {
         std::cerr << "quorvel-cli: " << error.what() << "\n";
         return exitUsage;
-    } catch (const DocumentError& error) {
-        std::cerr << "quorvel-cli: " << error.what() << "\n";
-        return exitFailed;
-    } catch (const std::system_error& error) {
-        std::cerr << "quorvel-cli: " << error.what() << "\n";
-        return exitFailed;
     } catch (const std::exception& error) {
-        std::cerr << "quorvel-cli: " << error.what() << "\n";
+        std::cerr << "quorvel-cli: " << describe(error) << "\n";
         return exitFailed;
     }
 }

@@ -7,11 +7,19 @@ mode=${1:-demo}
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${QUORVEL_BUILD_DIR:-$root/build}
 
+# Recognition languages: every language of the catalogue's countries that Debian packages.
+languages=(eng deu nld fra bul ell tur ces dan spa cat est fin swe hrv hun gle ita lit ltz lav mlt pol por ron slk
+    slv rus ukr)
 packages=(
     build-essential cmake ninja-build pkg-config
-    libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev
+    libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev opencv-data
+    libtesseract-dev libleptonica-dev libzxing-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
+    fonts-dejavu-core fonts-ocr-b
 )
+for language in "${languages[@]}"; do
+    packages+=("tesseract-ocr-$language")
+done
 
 missing=()
 for package in "${packages[@]}"; do
@@ -24,15 +32,30 @@ if ((${#missing[@]})); then
     apt-get install -y --no-install-recommends "${missing[@]}"
 fi
 
+# A public-domain portrait (NASA's photograph of Eileen Collins) for the tests of face masking, taken
+# from Debian's scikit-image package without installing its Python stack.
+portrait="$root/build-data/astronaut.png"
+if [[ ! -f "$portrait" ]]; then
+    echo "==> Fetching the test portrait from Debian's python3-skimage package"
+    scratch=$(mktemp -d)
+    if (cd "$scratch" && apt-get download python3-skimage >/dev/null 2>&1 && dpkg-deb -x python3-skimage_*.deb x); then
+        mkdir -p "$(dirname "$portrait")"
+        cp "$scratch/x/usr/lib/python3/dist-packages/skimage/data/astronaut.png" "$portrait"
+    else
+        echo "    (not available; the face tests will be skipped)"
+    fi
+    rm -rf "$scratch"
+fi
+
 echo "==> Building in $build"
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_WERROR=ON
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_WERROR=ON \
+    -DQUORVEL_TEST_PORTRAIT="$portrait"
 cmake --build "$build" --parallel "$(nproc)"
 
 case "$mode" in
 demo)
     mkdir -p "$root/out"
-    "$build/cli/quorvel-cli" mask "$root/samples/specimen-id-card.jpg" \
-        --regions "$root/samples/specimen-regions.json" -o "$root/out/specimen-redacted.png"
+    "$build/cli/quorvel-cli" redact "$root/samples/specimen-id-card.jpg" -o "$root/out/specimen-redacted.png"
     echo "==> Masked copy written to out/specimen-redacted.png"
     ;;
 test)

@@ -1,0 +1,343 @@
+#include "Recognition.h"
+
+#include <leptonica/allheaders.h>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
+#include <tesseract/baseapi.h>
+#include <tesseract/resultiterator.h>
+#include <unicode/unistr.h>
+#include <ZXing/ReadBarcode.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include <unistd.h>
+
+namespace platform::Recognition {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Tesseract language data names and the identifiers the system speaks of.
+const std::map<std::string, std::string>& identifiers() {
+    static const std::map<std::string, std::string> table{
+        {"bul", "bg-BG"}, {"cat", "ca-ES"}, {"ces", "cs-CZ"}, {"dan", "da-DK"}, {"deu", "de-DE"}, {"ell", "el-GR"},
+        {"eng", "en-US"}, {"est", "et-EE"}, {"fin", "fi-FI"}, {"fra", "fr-FR"}, {"gle", "ga-IE"}, {"hrv", "hr-HR"},
+        {"hun", "hu-HU"}, {"ita", "it-IT"}, {"lav", "lv-LV"}, {"lit", "lt-LT"}, {"ltz", "lb-LU"}, {"mlt", "mt-MT"},
+        {"nld", "nl-NL"}, {"pol", "pl-PL"}, {"por", "pt-PT"}, {"ron", "ro-RO"}, {"rus", "ru-RU"}, {"slk", "sk-SK"},
+        {"slv", "sl-SI"}, {"spa", "es-ES"}, {"swe", "sv-SE"}, {"tur", "tr-TR"}, {"ukr", "uk-UA"},
+    };
+    return table;
+}
+
+fs::path dataFolder() {
+    if (const char* prefix = std::getenv("TESSDATA_PREFIX")) {
+        return prefix;
+    }
+    return "/usr/share/tesseract-ocr/5/tessdata";
+}
+
+// Models loaded for every page, by measured accuracy and speed (see BENCHMARKS.md): per-language
+// models of the two scripts most documents here are printed in. The longer side of the page is
+// recognised at this many pixels at most.
+const std::vector<std::string> loadedModels{"eng", "rus"};
+constexpr int recognitionSide = 2400;
+// Faces are searched on a copy this large; a ghost portrait of 3% of a card's width is still about
+// 30 pixels wide there, above the cascade's 24-pixel window.
+constexpr int faceSide = 1200;
+
+Box normalised(int left, int top, int right, int bottom, int width, int height) {
+    return Box{static_cast<double>(left) / width, 1.0 - static_cast<double>(bottom) / height,
+               static_cast<double>(right - left) / width, static_cast<double>(bottom - top) / height};
+}
+
+cv::Mat wrap(const Bitmap& image) {
+    return cv::Mat(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()), image.rowBytes());
+}
+
+// A smaller copy when the image is larger than `side`, else the image itself.
+cv::Mat reduced(const Bitmap& image, int side) {
+    const double scale = static_cast<double>(side) / std::max(image.width, image.height);
+    if (scale >= 1.0) {
+        return wrap(image);
+    }
+    cv::Mat small;
+    cv::resize(wrap(image), small, cv::Size(), scale, scale, cv::INTER_AREA);
+    return small;
+}
+
+struct TesseractDeleter {
+    void operator()(tesseract::TessBaseAPI* api) const {
+        api->End();
+        delete api;
+    }
+};
+using Engine = std::unique_ptr<tesseract::TessBaseAPI, TesseractDeleter>;
+
+// Loading the models takes longer than recognising a card; engines are kept and reused, one caller
+// at a time each.
+class EnginePool {
+public:
+    Engine take(const std::string& languages) {
+        {
+            std::lock_guard lock(mutex_);
+            auto it = idle_.find(languages);
+            if (it != idle_.end() && !it->second.empty()) {
+                Engine engine = std::move(it->second.back());
+                it->second.pop_back();
+                return engine;
+            }
+        }
+        Engine engine(new tesseract::TessBaseAPI());
+        // Dictionary correction off: identifiers and names are not words. Diagnostics go nowhere, so
+        // that nothing of a document reaches a log.
+        std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file"};
+        std::vector<std::string> values{"0", "0", "/dev/null"};
+        if (engine->Init(dataFolder().c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
+                         &values, false) != 0) {
+            throw RecognitionError("text recognition could not load its language data (" + languages + ") from " +
+                                   dataFolder().string());
+        }
+        return engine;
+    }
+
+    void give(const std::string& languages, Engine engine) {
+        std::lock_guard lock(mutex_);
+        auto& idle = idle_[languages];
+        constexpr std::size_t keep = 2; // one per core
+        if (idle.size() < keep) {
+            engine->Clear();
+            idle.push_back(std::move(engine));
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, std::vector<Engine>> idle_;
+};
+
+EnginePool& pool() {
+    static EnginePool instance;
+    return instance;
+}
+
+int utf16Length(const std::string& utf8) {
+    return icu::UnicodeString::fromUTF8(utf8).length();
+}
+
+// A machine-readable zone holds only A-Z, 0-9 and "<", but with Cyrillic and Greek models loaded
+// the recogniser reads some of its letters as their look-alikes. In a line with two fillers they can
+// only be Latin; each maps to one UTF-16 unit, so symbol offsets stay valid.
+void latiniseZoneLine(Line& line) {
+    if (std::count(line.text.begin(), line.text.end(), '<') < 2) {
+        return;
+    }
+    static const std::map<char16_t, char16_t> lookalikes{
+        {u'А', u'A'}, {u'В', u'B'}, {u'С', u'C'}, {u'Е', u'E'}, {u'Н', u'H'}, {u'І', u'I'}, {u'К', u'K'},
+        {u'М', u'M'}, {u'О', u'O'}, {u'Р', u'P'}, {u'Т', u'T'}, {u'Х', u'X'}, {u'У', u'Y'}, {u'З', u'3'},
+        {u'Α', u'A'}, {u'Β', u'B'}, {u'Ε', u'E'}, {u'Ζ', u'Z'}, {u'Η', u'H'}, {u'Ι', u'I'}, {u'Κ', u'K'},
+        {u'Μ', u'M'}, {u'Ν', u'N'}, {u'Ο', u'O'}, {u'Ρ', u'P'}, {u'Τ', u'T'}, {u'Υ', u'Y'}, {u'Χ', u'X'},
+    };
+    icu::UnicodeString text = icu::UnicodeString::fromUTF8(line.text);
+    for (int32_t i = 0; i < text.length(); ++i) {
+        const auto it = lookalikes.find(text.charAt(i));
+        if (it != lookalikes.end()) {
+            text.setCharAt(i, it->second);
+        }
+    }
+    line.text.clear();
+    text.toUTF8String(line.text);
+}
+
+std::vector<Line> recognizeText(const Bitmap& image, const std::string& languages) {
+    const cv::Mat page = reduced(image, recognitionSide);
+    Engine engine = pool().take(languages);
+    engine->SetPageSegMode(tesseract::PSM_AUTO);
+    engine->SetImage(page.data, page.cols, page.rows, 3, static_cast<int>(page.step));
+    engine->SetSourceResolution(300);
+    if (engine->Recognize(nullptr) != 0) {
+        throw RecognitionError("text recognition failed");
+    }
+    std::vector<Line> lines;
+    std::unique_ptr<tesseract::ResultIterator> it(engine->GetIterator());
+    if (it) {
+        it->Begin();
+        do {
+            if (it->Empty(tesseract::RIL_TEXTLINE)) {
+                continue;
+            }
+            Line line;
+            int l = 0, t = 0, r = 0, b = 0;
+            it->BoundingBox(tesseract::RIL_TEXTLINE, &l, &t, &r, &b);
+            line.box = normalised(l, t, r, b, page.cols, page.rows);
+            line.confidence = std::clamp(it->Confidence(tesseract::RIL_TEXTLINE) / 100.0f, 0.0f, 1.0f);
+            int offset = 0;
+            bool firstWord = true;
+            do {
+                if (!firstWord) {
+                    line.text += ' ';
+                    offset += 1;
+                }
+                firstWord = false;
+                do {
+                    std::unique_ptr<char[]> symbol(it->GetUTF8Text(tesseract::RIL_SYMBOL));
+                    if (!symbol) {
+                        continue;
+                    }
+                    const std::string text(symbol.get());
+                    it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
+                    const int length = utf16Length(text);
+                    line.symbols.push_back(Symbol{offset, offset + length, normalised(l, t, r, b, page.cols, page.rows)});
+                    line.text += text;
+                    offset += length;
+                } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) &&
+                         it->Next(tesseract::RIL_SYMBOL));
+            } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) &&
+                     it->Next(tesseract::RIL_WORD));
+            if (!line.text.empty()) {
+                latiniseZoneLine(line);
+                lines.push_back(std::move(line));
+            }
+        } while (it->Next(tesseract::RIL_TEXTLINE));
+    }
+    it.reset();
+    pool().give(languages, std::move(engine));
+    return lines;
+}
+
+std::vector<Box> detectFaces(const Bitmap& image) {
+    static const fs::path cascadeFile = "/usr/share/opencv4/haarcascades/haarcascade_frontalface_alt2.xml";
+    thread_local cv::CascadeClassifier cascade;
+    if (cascade.empty() && !cascade.load(cascadeFile.string())) {
+        throw RecognitionError("face detection could not load " + cascadeFile.string());
+    }
+    const cv::Mat small = reduced(image, faceSide);
+    cv::Mat grey;
+    cv::cvtColor(small, grey, cv::COLOR_RGB2GRAY);
+    cv::equalizeHist(grey, grey);
+    std::vector<cv::Rect> found;
+    cascade.detectMultiScale(grey, found, 1.1, 4, 0, cv::Size(24, 24));
+    std::vector<Box> faces;
+    for (const cv::Rect& r : found) {
+        faces.push_back(normalised(r.x, r.y, r.x + r.width, r.y + r.height, grey.cols, grey.rows));
+    }
+    return faces;
+}
+
+std::vector<Box> detectBarcodes(const Bitmap& image) {
+    const ZXing::ImageView view(image.pixels.data(), image.width, image.height, ZXing::ImageFormat::RGB,
+                                static_cast<int>(image.rowBytes()));
+    const ZXing::DecodeHints hints = ZXing::DecodeHints().setTryHarder(true).setTryRotate(true);
+    std::vector<Box> boxes;
+    for (const ZXing::Result& result : ZXing::ReadBarcodes(view, hints)) {
+        const ZXing::Position& p = result.position();
+        int left = image.width, top = image.height, right = 0, bottom = 0;
+        for (int i = 0; i < 4; ++i) {
+            left = std::min(left, p[i].x);
+            right = std::max(right, p[i].x);
+            top = std::min(top, p[i].y);
+            bottom = std::max(bottom, p[i].y);
+        }
+        left = std::clamp(left, 0, image.width);
+        right = std::clamp(right + 1, 0, image.width);
+        top = std::clamp(top, 0, image.height);
+        bottom = std::clamp(bottom + 1, 0, image.height);
+        if (right > left && bottom > top) {
+            boxes.push_back(normalised(left, top, right, bottom, image.width, image.height));
+        }
+    }
+    return boxes;
+}
+
+} // namespace
+
+void limitRecognitionThreads(char** argv) {
+    // Tesseract's OpenMP threads spin while they wait: on two cores they tripled the time of a page
+    // (2.6 s against 0.9 s), and faces and barcodes already use the other core.
+    if (std::getenv("OMP_THREAD_LIMIT")) {
+        return;
+    }
+    ::setenv("OMP_THREAD_LIMIT", "1", 1);
+    ::execv("/proc/self/exe", argv);
+    // Without /proc the program goes on; it is only slower.
+}
+
+std::vector<std::string> supportedLanguages() {
+    std::error_code error;
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator(dataFolder(), error)) {
+        if (entry.path().extension() != ".traineddata") {
+            continue;
+        }
+        const auto known = identifiers().find(entry.path().stem().string());
+        if (known != identifiers().end()) {
+            found.push_back(known->second);
+        }
+    }
+    if (error) {
+        throw RecognitionError("text recognition data folder " + dataFolder().string() + ": " + error.message());
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+Result recognize(const Bitmap& image, const std::vector<std::string>& languages) {
+    if (image.empty()) {
+        throw RecognitionError("nothing to recognise: the image is empty");
+    }
+    // Load the chosen models in the order the languages are asked for.
+    std::string models;
+    for (const std::string& language : languages) {
+        for (const auto& [model, identifier] : identifiers()) {
+            if (identifier == language &&
+                std::find(loadedModels.begin(), loadedModels.end(), model) != loadedModels.end()) {
+                models += (models.empty() ? "" : "+") + model;
+            }
+        }
+    }
+    if (models.empty()) {
+        throw RecognitionError("no text recognition model is installed for the requested languages");
+    }
+    // Faces and barcodes run beside the text recognition, which keeps one core busy on its own.
+    auto others = std::async(std::launch::async, [&image] {
+        return std::pair{detectFaces(image), detectBarcodes(image)};
+    });
+    Result result;
+    result.lines = recognizeText(image, models);
+    auto [faces, barcodes] = others.get();
+    result.faces = std::move(faces);
+    result.barcodes = std::move(barcodes);
+    return result;
+}
+
+std::optional<Box> rangeBox(const Line& line, int location, int length) {
+    std::optional<Box> box;
+    double right = 0, top = 0;
+    for (const Symbol& symbol : line.symbols) {
+        if (symbol.end <= location || symbol.start >= location + length) {
+            continue;
+        }
+        if (!box) {
+            box = symbol.box;
+            right = symbol.box.x + symbol.box.width;
+            top = symbol.box.y + symbol.box.height;
+            continue;
+        }
+        box->x = std::min(box->x, symbol.box.x);
+        box->y = std::min(box->y, symbol.box.y);
+        right = std::max(right, symbol.box.x + symbol.box.width);
+        top = std::max(top, symbol.box.y + symbol.box.height);
+    }
+    if (box) {
+        box->width = right - box->x;
+        box->height = top - box->y;
+    }
+    return box;
+}
+
+} // namespace platform::Recognition

@@ -1,0 +1,65 @@
+#pragma once
+
+// One recognition pass over an upright image: text lines with the boxes of their characters, face
+// rectangles and barcode rectangles. Boxes are normalised to the image with the origin at the
+// bottom-left corner, as recognisers report them.
+
+#include "Bitmap.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace platform::Recognition {
+
+struct Box {
+    double x = 0;
+    double y = 0;
+    double width = 0;
+    double height = 0;
+};
+
+struct Symbol {
+    int start = 0; // UTF-16 offsets of the symbol in its line's text
+    int end = 0;
+    Box box;
+};
+
+struct Line {
+    std::string text;
+    Box box;
+    float confidence = 0; // 0..1
+    std::vector<Symbol> symbols;
+};
+
+struct Result {
+    std::vector<Line> lines;
+    std::vector<Box> faces;
+    std::vector<Box> barcodes;
+};
+
+// The recogniser failed or its data is missing; the message names what, never document content.
+class RecognitionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Call first thing in main(): caps the recogniser's OpenMP threads at one for the whole process. The
+// runtime reads that cap only when it loads, so the first call sets it and re-executes the program;
+// the cap is kept if the program was started with one of its own.
+void limitRecognitionThreads(char** argv);
+
+// Installed recognition languages as ll-RR identifiers ("eng" gives "en-US"). Throws RecognitionError
+// when the language data folder cannot be read.
+std::vector<std::string> supportedLanguages();
+
+// Text (in the given language order, as far as models for them are loaded), faces and barcodes, run
+// together. Throws RecognitionError.
+Result recognize(const Bitmap& image, const std::vector<std::string>& languages);
+
+// The box of a UTF-16 range of a line: the union of the boxes of the symbols it touches; none when no
+// symbol lies in the range.
+std::optional<Box> rangeBox(const Line& line, int location, int length);
+
+} // namespace platform::Recognition

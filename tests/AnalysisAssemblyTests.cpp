@@ -1,0 +1,168 @@
+#include "ImagePipeline.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using platform::Recognition::Box;
+using platform::Recognition::Line;
+using platform::Recognition::Symbol;
+
+// A line as the recogniser reports it, from a top-left rectangle; each character gets an equal share
+// of the width as its box.
+Line line(const std::string& text, double x, double y, double width, double height, float confidence = 0.95f) {
+    Line l;
+    l.text = text;
+    l.box = Box{x, 1.0 - y - height, width, height};
+    l.confidence = confidence;
+    const int n = static_cast<int>(text.size()); // ASCII in these tests
+    for (int i = 0; i < n; ++i) {
+        if (text[i] != ' ') {
+            l.symbols.push_back(Symbol{i, i + 1, Box{x + width * i / n, l.box.y, width / n, height}});
+        }
+    }
+    return l;
+}
+
+ImagePipeline::AssemblyInput input(std::vector<Line> lines) {
+    ImagePipeline::AssemblyInput in;
+    in.recognition.lines = std::move(lines);
+    in.supportedLanguages = {"en-US", "ru-RU"};
+    in.image = RiskEngine::PixelSize{1600, 1000};
+    return in;
+}
+
+const std::string notCentred = "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.";
+const std::string noText = "Текст не распознан. Добавьте маски вручную или загрузите более чёткое фото.";
+const std::string noFace = "Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.";
+const std::string reminder = "Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
+                             "распознавание всех форматов и полей.";
+const std::string generic = "Использованы общие эвристики для номеров, дат, имён и адресов; профиль страны не определён.";
+const std::string lowResolution = "Низкое разрешение. Мелкие номера и повторные фотографии могут быть пропущены.";
+
+bool near(const Rect& a, const Rect& b) {
+    return std::abs(a.x - b.x) < 1e-9 && std::abs(a.y - b.y) < 1e-9 && std::abs(a.width - b.width) < 1e-9 &&
+           std::abs(a.height - b.height) < 1e-9;
+}
+
+} // namespace
+
+TEST(Assembly, AnImageWithoutText) {
+    const Analysis analysis = ImagePipeline::assemble(input({}));
+    EXPECT_EQ(analysis.recognizedLines, 0);
+    EXPECT_TRUE(analysis.regions.empty());
+    // The detector's three, centering, generic rules, no text, no face, and the reminder last.
+    ASSERT_EQ(analysis.warnings.size(), 8u);
+    EXPECT_EQ(analysis.warnings[3], notCentred);
+    EXPECT_EQ(analysis.warnings[4], generic);
+    EXPECT_EQ(analysis.warnings[5], noText);
+    EXPECT_EQ(analysis.warnings[6], noFace);
+    EXPECT_EQ(analysis.warnings[7], reminder);
+    EXPECT_EQ(analysis.country, CountryDetection::unknown());
+    EXPECT_EQ(analysis.risk.checksPerformed, 1);
+}
+
+TEST(Assembly, LinesAreCutIntoSpansWithTheBoxesOfTheirCharacters) {
+    auto in = input({line("DOCUMENT NO AB123456 SURNAME SMITH", 0.1, 0.2, 0.68, 0.04)});
+    const Analysis analysis = ImagePipeline::assemble(in);
+    // Four spans, of which the blank one is dropped.
+    EXPECT_EQ(analysis.recognizedLines, 3);
+    const auto number = std::find_if(analysis.regions.begin(), analysis.regions.end(), [](const RedactionRegion& r) {
+        return r.kind == FieldKind::number && r.evidence == FieldEvidence::nearbyLabel;
+    });
+    ASSERT_NE(number, analysis.regions.end());
+    // Characters 12 to 19 of 34, each 0.02 wide.
+    EXPECT_TRUE(near(number->rect, Rect{0.1 + 0.02 * 12, 0.2, 0.02 * 8, 0.04})) << number->rect.x << " " << number->rect.width;
+}
+
+TEST(Assembly, AWholeLineKeepsItsUntrimmedTextAndBox) {
+    auto in = input({line("  SPECIMEN  ", 0.1, 0.5, 0.3, 0.05)});
+    const Analysis analysis = ImagePipeline::assemble(in);
+    ASSERT_EQ(analysis.regions.size(), 1u);
+    EXPECT_EQ(analysis.regions[0].kind, FieldKind::personName);
+    EXPECT_TRUE(near(analysis.regions[0].rect, Rect{0.1, 0.5, 0.3, 0.05}));
+    EXPECT_EQ(analysis.recognizedLines, 1);
+}
+
+TEST(Assembly, ASpanWithoutCharacterBoxesTakesTheLineBox) {
+    Line l = line("NO AB123456", 0.1, 0.3, 0.44, 0.04);
+    l.symbols.clear();
+    const Analysis analysis = ImagePipeline::assemble(input({l}));
+    for (const RedactionRegion& region : analysis.regions) {
+        EXPECT_TRUE(near(region.rect, Rect{0.1, 0.3, 0.44, 0.04}));
+    }
+    EXPECT_EQ(analysis.recognizedLines, 2);
+}
+
+TEST(Assembly, FacesAreWidenedAndBarcodesKeptAsTheyAre) {
+    auto in = input({});
+    in.recognition.faces = {Box{0.1, 0.5, 0.2, 0.3}, Box{0.0, 0.0, 0.1, 0.1}};
+    in.recognition.barcodes = {Box{0.5, 0.1, 0.4, 0.1}};
+    const Analysis analysis = ImagePipeline::assemble(in);
+    ASSERT_EQ(analysis.regions.size(), 3u);
+    EXPECT_EQ(analysis.regions[0].kind, FieldKind::face);
+    EXPECT_EQ(analysis.regions[0].evidence, FieldEvidence::vision);
+    EXPECT_TRUE(near(analysis.regions[0].rect, Rect{0.088, 0.182, 0.224, 0.336}));
+    // A face at the bottom-left corner reaches past the image; the renderer clips it.
+    EXPECT_TRUE(near(analysis.regions[1].rect, Rect{-0.012, 0.882, 0.124, 0.136}));
+    EXPECT_EQ(analysis.regions[2].kind, FieldKind::machineReadable);
+    EXPECT_TRUE(near(analysis.regions[2].rect, Rect{0.5, 0.8, 0.4, 0.1}));
+    EXPECT_EQ(std::count(analysis.warnings.begin(), analysis.warnings.end(), noFace), 0);
+}
+
+TEST(Assembly, CenteringTextFollowsTheDetectorWarnings) {
+    auto in = input({line("SURNAME", 0.1, 0.1, 0.2, 0.04)});
+    for (auto [confidence, shown] : {std::pair{0.876f, "87"}, {0.999f, "99"}, {1.0f, "100"}}) {
+        in.centering = CenteringResult{true, confidence};
+        const auto warnings = ImagePipeline::assemble(in).warnings;
+        const auto centering =
+            std::find(warnings.begin(), warnings.end(),
+                      std::string("Документ автоматически выровнен по найденным границам (уверенность ") + shown + "%).");
+        ASSERT_NE(centering, warnings.end()) << shown;
+        // Directly after the detector's last warning.
+        EXPECT_EQ(*(centering - 1), "Дата рождения не определена по подписи. Проверьте, что она закрыта.");
+    }
+}
+
+TEST(Assembly, LowResolutionIsTheSmallerSideUpTo699) {
+    auto in = input({});
+    in.image = RiskEngine::PixelSize{1000, 699};
+    const auto low = ImagePipeline::assemble(in).warnings;
+    EXPECT_NE(std::find(low.begin(), low.end(), lowResolution), low.end());
+    in.image = RiskEngine::PixelSize{700, 700};
+    const auto fine = ImagePipeline::assemble(in).warnings;
+    EXPECT_EQ(std::find(fine.begin(), fine.end(), lowResolution), fine.end());
+    in.image.reset();
+    const auto none = ImagePipeline::assemble(in);
+    EXPECT_EQ(std::find(none.warnings.begin(), none.warnings.end(), lowResolution), none.warnings.end());
+    EXPECT_EQ(none.risk.checksPerformed, 0);
+}
+
+TEST(Assembly, MissingLanguagesConflictsAndTheCountry) {
+    // A Belgian card read with English and French only; a German heading contradicts the zone.
+    auto in = input({line("KONINKRIJK DER NEDERLANDEN", 0.3, 0.12, 0.4, 0.05),
+                     line("IDBELX4RTBPFW46<<<<<<<<<<<<<<<", 0.05, 0.8, 0.9, 0.05)});
+    in.supportedLanguages = {"en-US", "fr-FR"};
+    const Analysis analysis = ImagePipeline::assemble(in);
+    EXPECT_EQ(analysis.country.code, "BEL");
+    EXPECT_TRUE(analysis.country.conflict);
+    EXPECT_EQ(analysis.unavailableOCRLanguages, (std::vector<std::string>{"nl", "de"}));
+    const auto& w = analysis.warnings;
+    const auto missing = std::find(w.begin(), w.end(),
+                                   "В этой системе нет заявленного OCR для: нидерландский, немецкий. Локальные подписи "
+                                   "могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
+    ASSERT_NE(missing, w.end());
+    EXPECT_EQ(*(missing + 1), "Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
+                              "рождения могут отличаться.");
+    EXPECT_EQ(std::find(w.begin(), w.end(), generic), w.end());
+}
+
+TEST(Assembly, RiskReadsWholeLinesNotSpans) {
+    // The splitter cuts zone lines at their long runs; the risk check still sees each line whole.
+    auto in = input({line("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 0.04, 0.84, 0.92, 0.05),
+                     line("L898902C36UTO7408122F1204159ZE184226B<<<<<10", 0.04, 0.91, 0.92, 0.05)});
+    const Analysis analysis = ImagePipeline::assemble(in);
+    EXPECT_EQ(analysis.risk.checksPerformed, 4);
+    EXPECT_EQ(analysis.risk.score, 0);
+    EXPECT_EQ(analysis.documentType, "Паспорт");
+}
