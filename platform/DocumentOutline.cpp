@@ -52,24 +52,37 @@ bool anglesNearRight(const Quad& q) {
     return true;
 }
 
-// Share of points along the four sides that lie on an edge pixel.
+// How well the four sides follow visible edges: the share of points along them that lie on an edge
+// pixel, discounted where the points a few pixels to either side are edges too, as in texture or
+// noise, where any line would find edges.
 float edgeSupport(const Quad& q, const cv::Mat& edges) {
     constexpr int samplesPerSide = 64;
-    int hits = 0;
+    constexpr float besideDistance = 6; // pixels of the reduced copy
+    auto edgeAt = [&](cv::Point2f p) {
+        const int x = static_cast<int>(std::lround(p.x));
+        const int y = static_cast<int>(std::lround(p.y));
+        return x >= 0 && y >= 0 && x < edges.cols && y < edges.rows && edges.at<std::uint8_t>(y, x) != 0;
+    };
+    float support = 0;
     for (int side = 0; side < 4; ++side) {
         const cv::Point2f a = q[side];
         const cv::Point2f b = q[(side + 1) % 4];
+        const cv::Point2f along = b - a;
+        const float length = std::hypot(along.x, along.y);
+        if (length <= 0) {
+            continue;
+        }
+        const cv::Point2f normal(-along.y / length * besideDistance, along.x / length * besideDistance);
         for (int s = 0; s < samplesPerSide; ++s) {
             // Skip the corners themselves, where rounded card corners leave the straight outline.
             const float t = (s + 0.5f) / samplesPerSide * 0.9f + 0.05f;
-            const int x = static_cast<int>(std::lround(a.x + (b.x - a.x) * t));
-            const int y = static_cast<int>(std::lround(a.y + (b.y - a.y) * t));
-            if (x >= 0 && y >= 0 && x < edges.cols && y < edges.rows && edges.at<std::uint8_t>(y, x)) {
-                ++hits;
+            const cv::Point2f p = a + along * t;
+            if (edgeAt(p)) {
+                support += 1.0f - 0.5f * (static_cast<float>(edgeAt(p + normal)) + static_cast<float>(edgeAt(p - normal)));
             }
         }
     }
-    return static_cast<float>(hits) / (4 * samplesPerSide);
+    return support / (4 * samplesPerSide);
 }
 
 cv::Mat wrap(const Bitmap& image) {
@@ -86,16 +99,21 @@ std::optional<Observation> detect(const Bitmap& image) {
     const double scale = std::min(1.0, static_cast<double>(workingSide) / std::max(image.width, image.height));
     cv::Mat small;
     cv::resize(wrap(image), small, cv::Size(), scale, scale, cv::INTER_AREA);
-    cv::Mat grey;
-    cv::cvtColor(small, grey, cv::COLOR_RGB2GRAY);
-    cv::GaussianBlur(grey, grey, cv::Size(5, 5), 0);
-
-    // Thresholds follow the picture's own contrast (the usual 0.66/1.33 of the median rule).
-    std::vector<std::uint8_t> values(grey.begin<std::uint8_t>(), grey.end<std::uint8_t>());
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    const double median = values[values.size() / 2];
+    // Edges of each colour channel together: a blue band on a brown table has the same brightness
+    // and would vanish in grey.
+    std::vector<cv::Mat> channels;
+    cv::split(small, channels);
     cv::Mat edges;
-    cv::Canny(grey, edges, std::max(10.0, 0.66 * median), std::max(30.0, std::min(255.0, 1.33 * median)));
+    for (cv::Mat& channel : channels) {
+        cv::GaussianBlur(channel, channel, cv::Size(5, 5), 0);
+        // Thresholds follow the picture's own contrast (the usual 0.66/1.33 of the median rule).
+        std::vector<std::uint8_t> values(channel.begin<std::uint8_t>(), channel.end<std::uint8_t>());
+        std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+        const double median = values[values.size() / 2];
+        cv::Mat channelEdges;
+        cv::Canny(channel, channelEdges, std::max(10.0, 0.66 * median), std::max(30.0, std::min(255.0, 1.33 * median)));
+        edges = edges.empty() ? channelEdges : (edges | channelEdges);
+    }
     cv::dilate(edges, edges, cv::Mat(), cv::Point(-1, -1), 1);
 
     std::vector<std::vector<cv::Point>> contours;
@@ -124,7 +142,12 @@ std::optional<Observation> detect(const Bitmap& image) {
         if (std::min({top, bottom, left, right}) < minimumSize * smallerSide || !anglesNearRight(q)) {
             continue;
         }
-        const float confidence = edgeSupport(q, edges);
+        // A document photographed with a margin covers a third of the frame or more; a rectangle that
+        // covers little of it is more likely a portrait or a code printed on a scanned card, and must
+        // not be mistaken for the card's own outline.
+        constexpr double documentShare = 0.3;
+        const double share = area / (static_cast<double>(small.cols) * small.rows);
+        const float confidence = edgeSupport(q, edges) * static_cast<float>(std::min(1.0, share / documentShare));
         if (confidence < minimumConfidence || area <= bestArea) {
             continue;
         }

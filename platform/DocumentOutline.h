@@ -13,7 +13,7 @@ struct Point {
 };
 
 struct Observation {
-    float confidence = 0; // 0..1: how much of the outline is backed by a visible edge
+    float confidence = 0; // 0..1: how much of the outline is backed by a visible edge, less for small shapes
     Point topLeft, topRight, bottomRight, bottomLeft;
 };
 

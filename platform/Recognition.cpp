@@ -46,7 +46,7 @@ fs::path dataFolder() {
 // models of the two scripts most documents here are printed in. The longer side of the page is
 // recognised at this many pixels at most.
 const std::vector<std::string> loadedModels{"eng", "rus"};
-constexpr int recognitionSide = 2400;
+constexpr int recognitionSide = 2000;
 // Faces are searched on a copy this large; a ghost portrait of 3% of a card's width is still about
 // 30 pixels wide there, above the cascade's 24-pixel window.
 constexpr int faceSide = 1200;
@@ -130,30 +130,6 @@ int utf16Length(const std::string& utf8) {
     return icu::UnicodeString::fromUTF8(utf8).length();
 }
 
-// A machine-readable zone holds only A-Z, 0-9 and "<", but with Cyrillic and Greek models loaded
-// the recogniser reads some of its letters as their look-alikes. In a line with two fillers they can
-// only be Latin; each maps to one UTF-16 unit, so symbol offsets stay valid.
-void latiniseZoneLine(Line& line) {
-    if (std::count(line.text.begin(), line.text.end(), '<') < 2) {
-        return;
-    }
-    static const std::map<char16_t, char16_t> lookalikes{
-        {u'А', u'A'}, {u'В', u'B'}, {u'С', u'C'}, {u'Е', u'E'}, {u'Н', u'H'}, {u'І', u'I'}, {u'К', u'K'},
-        {u'М', u'M'}, {u'О', u'O'}, {u'Р', u'P'}, {u'Т', u'T'}, {u'Х', u'X'}, {u'У', u'Y'}, {u'З', u'3'},
-        {u'Α', u'A'}, {u'Β', u'B'}, {u'Ε', u'E'}, {u'Ζ', u'Z'}, {u'Η', u'H'}, {u'Ι', u'I'}, {u'Κ', u'K'},
-        {u'Μ', u'M'}, {u'Ν', u'N'}, {u'Ο', u'O'}, {u'Ρ', u'P'}, {u'Τ', u'T'}, {u'Υ', u'Y'}, {u'Χ', u'X'},
-    };
-    icu::UnicodeString text = icu::UnicodeString::fromUTF8(line.text);
-    for (int32_t i = 0; i < text.length(); ++i) {
-        const auto it = lookalikes.find(text.charAt(i));
-        if (it != lookalikes.end()) {
-            text.setCharAt(i, it->second);
-        }
-    }
-    line.text.clear();
-    text.toUTF8String(line.text);
-}
-
 std::vector<Line> recognizeText(const Bitmap& image, const std::string& languages) {
     const cv::Mat page = reduced(image, recognitionSide);
     Engine engine = pool().take(languages);
@@ -199,8 +175,8 @@ std::vector<Line> recognizeText(const Bitmap& image, const std::string& language
                          it->Next(tesseract::RIL_SYMBOL));
             } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) &&
                      it->Next(tesseract::RIL_WORD));
-            if (!line.text.empty()) {
-                latiniseZoneLine(line);
+            // Codes and pictures leave "lines" of blanks with no character; they are no text.
+            if (!line.symbols.empty()) {
                 lines.push_back(std::move(line));
             }
         } while (it->Next(tesseract::RIL_TEXTLINE));

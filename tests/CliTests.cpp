@@ -110,11 +110,86 @@ TEST_F(MaskCommand, RefusesToOverwriteItsInput) {
     EXPECT_EQ(readBytes(dir / "in.jpg"), before);
 }
 
+class AnalyzeCommand : public ::testing::Test {
+protected:
+    std::string write(const std::string& name, const std::string& text) {
+        writeBytes(dir / name, std::vector<std::uint8_t>(text.begin(), text.end()));
+        return quoted((dir / name).string());
+    }
+    TempDir dir;
+};
+
+TEST_F(AnalyzeCommand, RecognisedLinesAsJsonGiveTheWholeAnalysisAsJson) {
+    const std::string lines = write("lines.json", R"({
+        "lines": [
+            {"text": "REPUBLIK ÖSTERREICH", "x": 0.3, "y": 0.05, "width": 0.4, "height": 0.05},
+            {"text": "Geburtsdatum 12.08.1974", "x": 0.3, "y": 0.4, "width": 0.4, "height": 0.05, "confidence": 0.5,
+             "ranges": [{"location": 0, "length": 12, "x": 0.3, "y": 0.4, "width": 0.2, "height": 0.05}]}
+        ],
+        "faces": [{"x": 0.05, "y": 0.2, "width": 0.2, "height": 0.3}],
+        "image": {"width": 1000, "height": 699},
+        "supportedLanguages": ["en-US"]
+    })");
+    const CliRun run = cli("analyze --lines " + lines + " --json");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    for (const char* expected :
+         {R"("code": "AUT")", R"("name": "Австрия")", R"("hasProfile": true)", R"("documentType": "Тип не определён")",
+          R"("kind": "birthDate")", R"("evidence": "Подпись поля")", R"("kind": "face")", R"("score": 8)",
+          R"("unavailableOCRLanguages": [)", R"("de")", "Низкое разрешение", "Часть текста распознана неуверенно",
+          R"("recognizedLines": 2)"}) {
+        EXPECT_NE(run.output.find(expected), std::string::npos) << expected << "\n" << run.output;
+    }
+}
+
+TEST_F(AnalyzeCommand, AbsentOptionalsAreNullAndBadInputIsNamed) {
+    const CliRun empty = cli("analyze --lines " + write("empty.json", R"({"lines": [], "supportedLanguages": []})") + " --json");
+    ASSERT_EQ(empty.exitCode, 0) << empty.output;
+    EXPECT_NE(empty.output.find(R"("code": null)"), std::string::npos);
+    EXPECT_NE(empty.output.find(R"("score": null)"), std::string::npos);
+    const CliRun broken = cli("analyze --lines " + write("bad.json", R"({"lines": [{"text": 3}]})"));
+    EXPECT_EQ(broken.exitCode, 2);
+    EXPECT_NE(broken.output.find("line 1: \"text\" must be a string"), std::string::npos) << broken.output;
+    EXPECT_EQ(cli("analyze").exitCode, 2);
+}
+
+class RedactCommand : public ::testing::Test {
+protected:
+    TempDir dir;
+};
+
+TEST_F(RedactCommand, ManyFilesGoOnPastAFailureAndReportIt) {
+    std::filesystem::create_directory(dir / "out");
+    writeBytes(dir / "a.jpg", encodeJpeg(patterned(320, 200)));
+    writeBytes(dir / "b.png", std::vector<std::uint8_t>{'n', 'o', 't'});
+    writeBytes(dir / "c.jpg", encodeJpeg(patterned(200, 320)));
+    const CliRun run = cli("redact -j 2 " + quoted((dir / "a.jpg").string()) + " " + quoted((dir / "b.png").string()) + " " +
+                           quoted((dir / "c.jpg").string()) + " -o " + quoted((dir / "out").string()));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.output.find("b.png: Не удалось прочитать изображение"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("2 of 3 files redacted, 1 failed"), std::string::npos) << run.output;
+    std::vector<std::string> written;
+    for (const auto& entry : std::filesystem::directory_iterator(dir / "out")) {
+        written.push_back(entry.path().filename().string());
+    }
+    std::sort(written.begin(), written.end());
+    EXPECT_EQ(written, (std::vector<std::string>{"a-redacted.png", "c-redacted.png"}));
+}
+
+TEST_F(RedactCommand, NeverOverwritesAnInput) {
+    writeBytes(dir / "a.jpg", encodeJpeg(patterned(64, 64)));
+    writeBytes(dir / "a-redacted.png", encodeJpeg(patterned(64, 64)));
+    const auto before = readBytes(dir / "a-redacted.png");
+    const CliRun run = cli("redact " + quoted((dir / "a.jpg").string()) + " " + quoted((dir / "a-redacted.png").string()) +
+                           " -o " + quoted(dir.path().string()));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(readBytes(dir / "a-redacted.png"), before);
+}
+
 TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
     const CliRun help = cli("--help");
     EXPECT_EQ(help.exitCode, 0);
-    for (const char* word : {"mask", "--regions", "--hide-face", "--hide-issue-date", "--hide-expiry-date",
-                             "--hide-person-name", "Exit codes", "--version"}) {
+    for (const char* word : {"mask", "redact", "analyze", "--lines", "--json", "-j N", "--regions", "--hide-face",
+                             "--hide-issue-date", "--hide-expiry-date", "--hide-person-name", "Exit codes", "--version"}) {
         EXPECT_NE(help.output.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(cli("frobnicate").exitCode, 2);

@@ -1,6 +1,7 @@
 // Draws the bundled specimen identity card: invented data, DejaVu Sans for the printed fields, OCR-B
 // for the machine-readable zone, and a public-domain portrait when one is given.
-// Usage: quorvel-specimen [--portrait FACE.png] -o OUT.jpg
+// Usage: quorvel-specimen [--portrait FACE.png] [--photo] -o OUT.jpg
+// --photo: the card as a phone photographs it, tilted on a table in a 4000 x 3000 frame.
 
 #include <QFont>
 #include <QFontDatabase>
@@ -10,6 +11,7 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QString>
+#include <QTransform>
 
 #include <cstdio>
 #include <cstring>
@@ -41,11 +43,14 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
     QString portraitPath, output;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--portrait") == 0) {
-            portraitPath = argv[i + 1];
-        } else if (std::strcmp(argv[i], "-o") == 0) {
-            output = argv[i + 1];
+    bool photo = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--photo") == 0) {
+            photo = true;
+        } else if (std::strcmp(argv[i], "--portrait") == 0 && i + 1 < argc) {
+            portraitPath = argv[++i];
+        } else if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
+            output = argv[++i];
         }
     }
     if (output.isEmpty()) {
@@ -107,7 +112,20 @@ int main(int argc, char** argv) {
         p.drawText(70, 820 + i * 72, zone[i]);
     }
     p.end();
-    if (!card.save(output, nullptr, 90)) {
+    QImage result = card;
+    if (photo) {
+        result = QImage(4000, 3000, QImage::Format_RGB32);
+        result.fill(QColor(96, 82, 70));
+        QPainter table(&result);
+        table.setRenderHint(QPainter::SmoothPixmapTransform);
+        QTransform tilt;
+        const QPolygonF from(QVector<QPointF>{{0, 0}, {cardWidth, 0}, {cardWidth, cardHeight}, {0, cardHeight}});
+        const QPolygonF to(QVector<QPointF>{{520, 460}, {3520, 560}, {3440, 2540}, {430, 2380}});
+        QTransform::quadToQuad(from, to, tilt);
+        table.setTransform(tilt);
+        table.drawImage(0, 0, card);
+    }
+    if (!result.save(output, nullptr, 90)) {
         std::fprintf(stderr, "quorvel-specimen: cannot write %s\n", output.toLocal8Bit().constData());
         return 1;
     }

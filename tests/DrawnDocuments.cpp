@@ -1,0 +1,131 @@
+#include "DrawnDocuments.h"
+
+#include <QFont>
+#include <QFontDatabase>
+#include <QFontMetrics>
+#include <QImage>
+#include <QPainter>
+#include <ZXing/BitMatrix.h>
+#include <ZXing/MultiFormatWriter.h>
+
+#include <filesystem>
+
+namespace testing_support {
+namespace {
+
+constexpr int width = 2000;
+constexpr int height = 1300;
+
+QFont sans(int pixels, bool bold = false) {
+    QFont font("DejaVu Sans");
+    font.setPixelSize(pixels);
+    font.setBold(bold);
+    return font;
+}
+
+Rect normalised(const QRect& r) {
+    return Rect{static_cast<double>(r.x()) / width, static_cast<double>(r.y()) / height,
+                static_cast<double>(r.width()) / width, static_cast<double>(r.height()) / height};
+}
+
+// Draws text with its baseline at (x, y) and returns the box of its ink.
+QRect text(QPainter& p, int x, int y, const QString& s) {
+    p.drawText(x, y, s);
+    const QFontMetrics metrics(p.font());
+    const QRect bounds = metrics.tightBoundingRect(s);
+    return bounds.translated(x, y);
+}
+
+void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& content, const QRect& where) {
+    const ZXing::BitMatrix matrix = ZXing::MultiFormatWriter(format).setMargin(0).encode(content, where.width(), where.height());
+    QImage code(matrix.width(), matrix.height(), QImage::Format_RGB32);
+    for (int y = 0; y < matrix.height(); ++y) {
+        for (int x = 0; x < matrix.width(); ++x) {
+            code.setPixel(x, y, matrix.get(x, y) ? qRgb(24, 24, 28) : qRgb(255, 255, 255));
+        }
+    }
+    p.drawImage(where, code);
+}
+
+} // namespace
+
+std::optional<std::string> testPortrait() {
+#ifdef QUORVEL_TEST_PORTRAIT
+    if (std::filesystem::exists(QUORVEL_TEST_PORTRAIT)) {
+        return std::string(QUORVEL_TEST_PORTRAIT);
+    }
+#endif
+    return std::nullopt;
+}
+
+DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
+    static const bool ocrb = QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
+    (void)ocrb;
+    QImage canvas(width, height, QImage::Format_RGB32);
+    canvas.fill(QColor(236, 240, 236));
+    QPainter p(&canvas);
+    p.setRenderHint(QPainter::TextAntialiasing);
+    DrawnDocument document;
+    auto add = [&](FieldKind kind, const QRect& box, const std::string& value) {
+        document.fields.push_back(DrawnField{kind, normalised(box), value});
+    };
+
+    p.setPen(QColor(20, 40, 90));
+    p.setFont(sans(60, true));
+    text(p, 620, 100, "RÉPUBLIQUE FRANÇAISE");
+    p.setFont(sans(40));
+    text(p, 620, 160, "CARTE NATIONALE D'IDENTITÉ / IDENTITY CARD");
+
+    const QRect portraitBox(60, 220, 460, 600);
+    if (portrait) {
+        const QImage face = QImage(QString::fromStdString(*portrait)).copy(QRect(120, 10, 250, 325));
+        p.drawImage(portraitBox, face);
+        add(FieldKind::face, portraitBox, "");
+    }
+
+    struct Entry {
+        const char* caption;
+        const char* value;
+        FieldKind kind;
+    };
+    const Entry entries[] = {
+        {"Nom / Surname", "MARTIN", FieldKind::personName},
+        {"Prénoms / Given names", "CLAIRE SOPHIE", FieldKind::personName},
+        {"Date de naissance / Date of birth", "14.07.1985", FieldKind::birthDate},
+        {"N° du document / Document No.", "X4RTBPFW4", FieldKind::number},
+        {"Adresse / Address", "8 RUE DES LILAS 69003 LYON", FieldKind::address},
+    };
+    int y = 270;
+    for (const Entry& e : entries) {
+        p.setPen(QColor(80, 80, 90));
+        p.setFont(sans(30));
+        text(p, 600, y, e.caption);
+        p.setPen(QColor(10, 10, 15));
+        p.setFont(sans(48, true));
+        add(e.kind, text(p, 600, y + 62, e.value), e.value);
+        y += 128;
+    }
+
+    barcode(p, ZXing::BarcodeFormat::PDF417, "MARTIN CLAIRE 19850714 X4RTBPFW4", QRect(1500, 230, 440, 170));
+    add(FieldKind::machineReadable, QRect(1500, 230, 440, 170), "");
+    barcode(p, ZXing::BarcodeFormat::QRCode, "X4RTBPFW4", QRect(1640, 470, 240, 240));
+    add(FieldKind::machineReadable, QRect(1640, 470, 240, 240), "");
+
+    // A passport-style zone with valid digits: X4RTBPFW4 (6), born 850714 (7), expiring 330101 (8).
+    QFont zoneFont("OCR B");
+    zoneFont.setPixelSize(60);
+    p.setFont(zoneFont);
+    p.setPen(QColor(12, 12, 16)); // only masks are pure black
+    add(FieldKind::machineReadable, text(p, 60, 1130, "P<FRAMARTIN<<CLAIRE<SOPHIE<<<<<<<<<<<<<<<<<<"), "");
+    add(FieldKind::machineReadable, text(p, 60, 1220, "X4RTBPFW46FRA8507147F3301018<<<<<<<<<<<<<<04"), "");
+    p.end();
+
+    const QImage rgb = canvas.convertToFormat(QImage::Format_RGB888);
+    document.image = Bitmap(width, height);
+    for (int row = 0; row < height; ++row) {
+        std::memcpy(document.image.row(row), rgb.constScanLine(row), document.image.rowBytes());
+    }
+    return document;
+}
+
+} // namespace testing_support

@@ -1,0 +1,35 @@
+#pragma once
+
+// Identity documents drawn for the tests with Qt: printed captions and values, a machine-readable
+// zone in OCR-B, barcodes made with zxing-cpp and, when one is installed, a real portrait. Each drawn
+// field is returned with its box, normalised with the origin at the top-left corner.
+
+#include "Bitmap.h"
+#include "DocumentTypes.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+struct DrawnField {
+    FieldKind kind;
+    Rect box;
+    std::string text;
+};
+
+struct DrawnDocument {
+    Bitmap image;
+    std::vector<DrawnField> fields;
+};
+
+// A TD1 identity card with bilingual captions (French / English), a TD3-style passport zone of two
+// 44-character lines with valid check digits, a PDF417 and a QR code.
+DrawnDocument bilingualCard(const std::optional<std::string>& portrait = std::nullopt);
+
+// The public-domain portrait the set-up extracts from Debian's scikit-image package; none when it is
+// not there.
+std::optional<std::string> testPortrait();
+
+} // namespace testing_support
