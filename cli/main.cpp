@@ -2,7 +2,9 @@
 
 #include "CliSupport.h"
 #include "DocumentTypes.h"
+#include "FileSystem.h"
 #include "ImagePipeline.h"
+#include "PDFPipeline.h"
 
 #include <algorithm>
 #include <atomic>
@@ -31,10 +33,15 @@ Commands:
   redact FILE -o OUT.png [SWITCHES]
       Recognises the document, masks every personal field it finds and saves
       a PNG without metadata.
+  redact IN.pdf -o OUT.pdf [SWITCHES]
+      Renders every page of a PDF, masks it the same way and saves a new PDF
+      made only of the page images: no text layer, fonts, annotations,
+      attachments or metadata of the original survive. Names are always
+      masked in PDFs. A file whose name ends in .pdf (any case) is a PDF.
   redact FILE... -o DIR [-j N] [SWITCHES]
-      The same for many files; each result is DIR/NAME-redacted.png. A file
-      that fails is reported by name and the rest go on; the exit code is 1
-      if any failed. -j N runs N files at a time (default: 1).
+      The same for many files; each result is DIR/NAME-redacted.png (or .pdf).
+      A file that fails is reported by name and the rest go on; the exit code
+      is 1 if any failed. -j N runs N files at a time (default: 1).
   analyze FILE [--json]
       Prints what the analysis found: country, document type, warnings, risk
       and the masks, without writing anything. --json prints one object.
@@ -176,7 +183,38 @@ int runAnalyze(const std::vector<std::string>& args) {
     return exitOK;
 }
 
-void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy) {
+bool isPDF(const fs::path& file) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    return extension == ".pdf";
+}
+
+void redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy, bool pageProgress) {
+    policy.hidePersonName = true; // names are always hidden in PDFs
+    const PDFDocument document = PDFPipeline::load(input);
+    std::optional<Progress> pages;
+    if (pageProgress) {
+        pages.emplace(static_cast<std::size_t>(document.pageCount));
+    }
+    const ProcessedPDF cleaned = PDFPipeline::process(document, policy, [&](int done, int) {
+        if (pages) {
+            pages->finished("page " + std::to_string(done));
+        }
+    });
+    if (pages) {
+        pages->done();
+    }
+    if (cleaned.data.empty()) {
+        throw DocumentError(DocumentError::exportFailed);
+    }
+    platform::FileSystem::writeAtomically(output, cleaned.data);
+}
+
+void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy, bool pageProgress = false) {
+    if (isPDF(input)) {
+        redactPDF(input, output, policy, pageProgress);
+        return;
+    }
     const LoadedDocument document = ImagePipeline::load(input);
     const Analysis analysis = ImagePipeline::analyze(document);
     ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy), output);
@@ -193,7 +231,7 @@ int runRedact(const std::vector<std::string>& args) {
         if (sameFile(a.positional[0], *a.output)) {
             throw UsageError("the output would overwrite the input " + a.positional[0]);
         }
-        redactOne(a.positional[0], *a.output, a.policy);
+        redactOne(a.positional[0], *a.output, a.policy, true);
         return exitOK;
     }
     if (!fs::is_directory(*a.output, error)) {
@@ -203,7 +241,7 @@ int runRedact(const std::vector<std::string>& args) {
     std::set<fs::path> targets;
     for (const std::string& name : a.positional) {
         const fs::path input = name;
-        const fs::path output = *a.output / (input.stem().string() + "-redacted.png");
+        const fs::path output = *a.output / (input.stem().string() + (isPDF(input) ? "-redacted.pdf" : "-redacted.png"));
         if (!targets.insert(output).second) {
             throw UsageError("two inputs would both be written to " + output.string());
         }

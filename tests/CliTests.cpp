@@ -1,4 +1,5 @@
 #include "TestImages.h"
+#include "TestPdfs.h"
 
 #include <gtest/gtest.h>
 
@@ -183,6 +184,29 @@ TEST_F(RedactCommand, NeverOverwritesAnInput) {
                            " -o " + quoted(dir.path().string()));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(readBytes(dir / "a-redacted.png"), before);
+}
+
+TEST_F(RedactCommand, APdfBecomesAnImageOnlyPdf) {
+    writeBytes(dir / "in.PDF", makePdf({TestPage{0, 0, 595, 842, {"SECRETWORD", "Document No X4RTBPFW4"}}, TestPage{}}));
+    const CliRun run = cli("redact " + quoted((dir / "in.PDF").string()) + " -o " + quoted((dir / "out.pdf").string()));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("2/2"), std::string::npos) << run.output; // page progress
+    const PdfFacts facts = inspectPdf(readBytes(dir / "out.pdf"));
+    EXPECT_EQ(facts.pageSizes.size(), 2u);
+    EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
+    EXPECT_EQ(facts.text.find("SECRETWORD"), std::string::npos);
+}
+
+TEST_F(RedactCommand, ABrokenPdfWritesNothing) {
+    const auto good = makePdf({TestPage{}});
+    writeBytes(dir / "cut.pdf", std::span(good).first(good.size() / 2));
+    writeBytes(dir / "locked.pdf", makePdf({TestPage{}}, TestPdfOptions{true, "secret"}));
+    for (const char* name : {"cut.pdf", "locked.pdf"}) {
+        const CliRun run = cli("redact " + quoted((dir / name).string()) + " -o " + quoted((dir / "out.pdf").string()));
+        EXPECT_EQ(run.exitCode, 1) << name;
+        EXPECT_NE(run.output.find("Не удалось прочитать изображение"), std::string::npos) << run.output;
+    }
+    EXPECT_EQ(dir.entries(), (std::vector<std::string>{"cut.pdf", "locked.pdf"}));
 }
 
 TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {

@@ -13,7 +13,7 @@ languages=(eng deu nld fra bul ell tur ces dan spa cat est fin swe hrv hun gle i
 packages=(
     build-essential cmake ninja-build pkg-config
     libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev opencv-data
-    libtesseract-dev libleptonica-dev libzxing-dev qt6-base-dev
+    libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core fonts-ocr-b
 )

@@ -1,0 +1,92 @@
+#include "PDFPipeline.h"
+#include "TestImages.h"
+#include "TestPdfs.h"
+
+#include <gtest/gtest.h>
+
+using namespace testing_support;
+
+namespace {
+
+class PdfPipeline : public ::testing::Test {
+protected:
+    ProcessedPDF process(const std::vector<TestPage>& pages, const TestPdfOptions& options = {}) {
+        writeBytes(dir / "in.pdf", makePdf(pages, options));
+        return PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), PDFPipeline::pdfPolicy());
+    }
+
+    DocumentError::Code loadError(const std::vector<std::uint8_t>& bytes) {
+        writeBytes(dir / "bad.pdf", bytes);
+        try {
+            PDFPipeline::process(PDFPipeline::load(dir / "bad.pdf"), PDFPipeline::pdfPolicy());
+        } catch (const DocumentError& error) {
+            return error.code();
+        }
+        ADD_FAILURE() << "processed";
+        return DocumentError::cancelled;
+    }
+
+    TempDir dir;
+};
+
+} // namespace
+
+TEST_F(PdfPipeline, PageSizesFollowTheClampedScale) {
+    // A4 renders at 2 pixels a point, letter too; a 2000 x 3000 point page at 1.
+    const ProcessedPDF pdf = process({TestPage{0, 0, 595, 842, {}}, TestPage{0, 0, 612, 792, {}}, TestPage{0, 0, 2000, 3000, {}}});
+    ASSERT_EQ(pdf.pages.size(), 3u);
+    EXPECT_EQ(pdf.pages[0].original.width, 1190);
+    EXPECT_EQ(pdf.pages[0].original.height, 1684);
+    EXPECT_EQ(pdf.pages[1].cleaned.width, 1224);
+    EXPECT_EQ(pdf.pages[1].cleaned.height, 1584);
+    EXPECT_EQ(pdf.pages[2].cleaned.width, 2000);
+    EXPECT_EQ(pdf.pages[2].cleaned.height, 3000);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(pdf.pages[i].index, i);
+    }
+    const PdfFacts facts = inspectPdf(pdf.data);
+    EXPECT_EQ(facts.pageSizes, (std::vector<std::pair<double, double>>{{1190, 1684}, {1224, 1584}, {2000, 3000}}));
+}
+
+TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
+    const ProcessedPDF pdf = process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
+    const PdfFacts facts = inspectPdf(pdf.data);
+    EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
+    EXPECT_EQ(facts.creator, "Quorvel");
+    EXPECT_FALSE(facts.hasXmp);
+    EXPECT_FALSE(facts.hasFonts);
+    EXPECT_EQ(facts.text.find("SECRETWORD"), std::string::npos);
+    EXPECT_EQ(facts.text.find("X4RTBPFW4"), std::string::npos);
+    const std::string raw(pdf.data.begin(), pdf.data.end());
+    for (const char* leak : {"SECRETWORD", "Claire", "TestProducer", "2024", "Helvetica", "/Producer", "/CreationDate"}) {
+        EXPECT_EQ(raw.find(leak), std::string::npos) << leak;
+    }
+    // The page itself was recognised, and the identifier on it masked.
+    EXPECT_GT(pdf.pages[0].analysis.recognizedLines, 0);
+    EXPECT_NE(pdf.pages[0].cleaned, pdf.pages[0].original);
+}
+
+TEST_F(PdfPipeline, AShiftedMediaBoxIsRenderedFromItsLowerLeftCorner) {
+    const ProcessedPDF pdf = process({TestPage{100, 200, 595, 842, {}, true}});
+    const Bitmap& page = pdf.pages[0].original;
+    // The 50-point square at the box's corner is 100 pixels in the bitmap's lower-left corner.
+    EXPECT_EQ(page.at(10, page.height - 10)[0], 0);
+    EXPECT_EQ(page.at(90, page.height - 90)[0], 0);
+    EXPECT_EQ(page.at(110, page.height - 110)[0], 255);
+    EXPECT_EQ(page.at(page.width - 10, 10)[0], 255);
+}
+
+TEST_F(PdfPipeline, BadFilesAreUnreadableImages) {
+    const std::string text = "this is not a PDF at all";
+    EXPECT_EQ(loadError(std::vector<std::uint8_t>(text.begin(), text.end())), DocumentError::invalidImage);
+    const auto good = makePdf({TestPage{}});
+    EXPECT_EQ(loadError(std::vector<std::uint8_t>(good.begin(), good.begin() + good.size() / 3)), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(makePdf({})), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(makePdf({TestPage{}}, TestPdfOptions{true, "secret"})), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(makePdf({TestPage{0, 0, 0, 842, {}}})), DocumentError::invalidImage);
+    EXPECT_THROW(PDFPipeline::load(dir / "missing.pdf"), DocumentError);
+}
+
+TEST(PdfPolicy, NamesHiddenFacesAndDatesShown) {
+    EXPECT_EQ(PDFPipeline::pdfPolicy(), (RedactionPolicy{false, false, false, true}));
+}
