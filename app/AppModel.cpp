@@ -1,0 +1,373 @@
+#include "AppModel.h"
+
+#include "FileSystem.h"
+#include "ImagePipeline.h"
+#include "PDFPipeline.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <system_error>
+
+namespace {
+
+constexpr double zoomStep = 0.5;
+constexpr double maxZoom = 4.0;
+constexpr double minZoom = 1.0;
+// A drag thinner than this share of the picture is a slip, not a mask.
+constexpr double minimumMaskSide = 0.002;
+
+QString describe(const std::exception& error) { return QString::fromUtf8(error.what()); }
+
+// The same file through any link or "." segment, also when it does not exist yet.
+QString resolved(const QString& path) {
+    const QFileInfo info(path);
+    if (info.exists()) {
+        return info.canonicalFilePath();
+    }
+    const QString folder = QDir(info.absolutePath()).canonicalPath();
+    return QDir::cleanPath((folder.isEmpty() ? info.absolutePath() : folder) + QLatin1Char('/') + info.fileName());
+}
+
+bool isPdfPath(const QString& file) { return QFileInfo(file).suffix().toLower() == QLatin1String("pdf"); }
+
+std::shared_ptr<const Bitmap> shared(Bitmap image) { return std::make_shared<const Bitmap>(std::move(image)); }
+
+} // namespace
+
+AppModel::AppModel(AppDialogs& dialogs, QObject* parent)
+    : QObject(parent), dialogs_(dialogs), language_(AppLanguages::detected()), generation_(Uuid::random()) {
+    status_ = texts().localOnly;
+    showingConsent_ = needsConsent();
+}
+
+AppModel::~AppModel() = default;
+
+std::vector<RedactionRegion> AppModel::activeRegions() const {
+    std::vector<RedactionRegion> regions;
+    if (analysis_) {
+        for (const RedactionRegion& region : analysis_->regions) {
+            if (policy_.hides(region.kind)) {
+                regions.push_back(region);
+            }
+        }
+    }
+    regions.insert(regions.end(), manualRegions_.begin(), manualRegions_.end());
+    return regions;
+}
+
+bool AppModel::canExport() const { return output_ && !busy_ && reviewed_; }
+
+bool AppModel::needsConsent() const {
+    const QSettings settings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"));
+    const QVariant stored = settings.value(QLatin1String(consentKey));
+    return !stored.isValid() || stored.toString() != QLatin1String(consentVersion);
+}
+
+int AppModel::heuristicZoneCount() const {
+    int count = 0;
+    if (analysis_) {
+        for (const RedactionRegion& region : analysis_->regions) {
+            count += policy_.hides(region.kind) && region.evidence == FieldEvidence::format;
+        }
+    }
+    return count;
+}
+
+void AppModel::setLanguage(AppLanguage language) {
+    language_ = language;
+    emit changed();
+}
+
+void AppModel::setPolicy(const RedactionPolicy& policy) {
+    if (policy == policy_) {
+        return;
+    }
+    policy_ = policy;
+    emit changed();
+    updateMasks();
+}
+
+void AppModel::setReviewed(bool reviewed) {
+    reviewed_ = reviewed;
+    emit changed();
+}
+
+void AppModel::setShowOriginal(bool show) {
+    showOriginal_ = show;
+    if (show) {
+        manualMode_ = false;
+    }
+    emit changed();
+}
+
+void AppModel::setManualMode(bool on) {
+    manualMode_ = on;
+    emit changed();
+}
+
+void AppModel::clearError() {
+    error_.reset();
+    emit changed();
+}
+
+void AppModel::setStatus(QString L10n::*text) { status_ = texts().*text; }
+
+void AppModel::fail(const QString& message) {
+    error_ = message;
+    emit changed();
+}
+
+void AppModel::chooseFile() {
+    if (busy_) {
+        return;
+    }
+    if (needsConsent()) {
+        showingConsent_ = true;
+        emit changed();
+        return;
+    }
+    if (const auto file = dialogs_.chooseOpenFile(texts().choosePhoto)) {
+        load(*file);
+    }
+}
+
+void AppModel::start(std::function<Result()> work, Apply apply) {
+    auto* watcher = new QFutureWatcher<Result>(this);
+    const Uuid generation = generation_;
+    connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher, generation, apply] {
+        watcher->deleteLater();
+        if (generation != generation_) {
+            return; // superseded: write nothing at all
+        }
+        Result result = watcher->result();
+        apply(result);
+        emit changed();
+    });
+    worker_ = watcher;
+    watcher->setFuture(QtConcurrent::run([work = std::move(work)]() -> Result {
+        try {
+            return work();
+        } catch (const std::exception& error) {
+            Result failed;
+            failed.failure = describe(error);
+            return failed;
+        }
+    }));
+}
+
+void AppModel::load(const QString& file) {
+    if (busy_) {
+        return;
+    }
+    if (needsConsent()) {
+        showingConsent_ = true;
+        emit changed();
+        return;
+    }
+    const bool pdf = isPdfPath(file);
+    clear();
+    sourceFile_ = file;
+    isPDF_ = pdf;
+    busy_ = true;
+    setStatus(&L10n::processing);
+    emit changed();
+    const std::string path = file.toStdString();
+    start(
+        [path, pdf]() -> Result {
+            if (pdf) {
+                RedactionPolicy policy;
+                policy.hidePersonName = true; // names are always hidden in PDFs
+                ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
+                if (processed.pages.empty()) {
+                    throw DocumentError(DocumentError::invalidImage);
+                }
+                PDFPageResult& first = processed.pages.front();
+                const int pages = static_cast<int>(processed.pages.size());
+                return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
+                              std::move(processed.data), pages, std::nullopt};
+            }
+            LoadedDocument document = ImagePipeline::load(path);
+            Analysis analysis = ImagePipeline::analyze(document);
+            Bitmap cleaned = ImagePipeline::render(document.image, analysis.regions, RedactionPolicy{});
+            return Result{shared(std::move(document.image)), std::move(analysis), shared(std::move(cleaned)), std::nullopt, 0,
+                          std::nullopt};
+        },
+        [this](Result& result) {
+            busy_ = false;
+            if (result.failure) {
+                error_ = result.failure;
+                setStatus(&L10n::actionError);
+                return;
+            }
+            original_ = result.original;
+            analysis_ = std::move(result.analysis);
+            output_ = result.output;
+            pdfOutput_ = std::move(result.pdf);
+            pdfPageCount_ = result.pages;
+            setStatus(&L10n::ready);
+        });
+}
+
+void AppModel::updateMasks() {
+    if (!original_ || busy_) {
+        return;
+    }
+    reviewed_ = false;
+    busy_ = true;
+    emit changed();
+    if (isPDF_ && sourceFile_) {
+        RedactionPolicy policy = policy_;
+        policy.hidePersonName = true; // names are always hidden in PDFs, whatever the switch says
+        const std::string path = sourceFile_->toStdString();
+        start(
+            [path, policy]() -> Result {
+                ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
+                if (processed.pages.empty()) {
+                    throw DocumentError(DocumentError::invalidImage);
+                }
+                PDFPageResult& first = processed.pages.front();
+                const int pages = static_cast<int>(processed.pages.size());
+                return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
+                              std::move(processed.data), pages, std::nullopt};
+            },
+            [this](Result& result) {
+                busy_ = false;
+                if (result.failure) {
+                    error_ = result.failure; // the previous pictures stay
+                    return;
+                }
+                original_ = result.original;
+                analysis_ = std::move(result.analysis);
+                output_ = result.output;
+                pdfOutput_ = std::move(result.pdf);
+                pdfPageCount_ = result.pages;
+                setStatus(&L10n::ready);
+            });
+        return;
+    }
+    std::vector<RedactionRegion> regions = analysis_ ? analysis_->regions : std::vector<RedactionRegion>{};
+    regions.insert(regions.end(), manualRegions_.begin(), manualRegions_.end());
+    start(
+        [image = original_, regions = std::move(regions), policy = policy_]() -> Result {
+            Result result;
+            result.output = shared(ImagePipeline::render(*image, regions, policy));
+            return result;
+        },
+        [this](Result& result) {
+            busy_ = false;
+            if (result.failure) {
+                output_.reset();
+                error_ = result.failure;
+                return;
+            }
+            output_ = result.output;
+            setStatus(&L10n::ready);
+        });
+}
+
+void AppModel::addMask(const Rect& rect) {
+    if (busy_ || !original_) {
+        return;
+    }
+    // Clipped to the picture; a side that needs no clipping keeps its own length, so that the size
+    // test below is not decided by rounding.
+    const double x0 = std::max(rect.minX(), 0.0), y0 = std::max(rect.minY(), 0.0);
+    const double x1 = std::min(rect.maxX(), 1.0), y1 = std::min(rect.maxY(), 1.0);
+    const double width = (x0 == rect.minX() && x1 == rect.maxX()) ? rect.width : x1 - x0;
+    const double height = (y0 == rect.minY() && y1 == rect.maxY()) ? rect.height : y1 - y0;
+    if (!(width > minimumMaskSide) || !(height > minimumMaskSide)) {
+        return;
+    }
+    // Manual masks carry the evidence "found in the picture", as they always have.
+    manualRegions_.push_back(RedactionRegion{FieldKind::manual, Rect{x0, y0, width, height}, Uuid::random(),
+                                             FieldEvidence::vision});
+    updateMasks();
+}
+
+void AppModel::undoLastMask() {
+    if (busy_ || manualRegions_.empty()) {
+        return;
+    }
+    manualRegions_.pop_back();
+    updateMasks();
+}
+
+void AppModel::exportCopy() {
+    if (!canExport()) {
+        return;
+    }
+    const L10n t = texts();
+    const QString title = isPDF_ ? (language_ == AppLanguage::ru ? QStringLiteral("Сохранить очищенный PDF")
+                                                                 : QStringLiteral("Save cleaned PDF"))
+                                 : t.savePNG;
+    const QString proposed = QStringLiteral("document-redacted-") + QString::fromStdString(Uuid::random().string()).left(8) +
+                             (isPDF_ ? QStringLiteral(".pdf") : QStringLiteral(".png"));
+    const auto destination = dialogs_.chooseSaveFile(title, proposed, isPDF_);
+    if (!destination) {
+        return;
+    }
+    if (sourceFile_ && resolved(*destination) == resolved(*sourceFile_)) {
+        fail(t.cannotReplaceOriginal());
+        return;
+    }
+    busy_ = true;
+    emit changed();
+    start(
+        [path = destination->toStdString(), pdf = isPDF_ ? pdfOutput_ : std::nullopt, image = output_]() -> Result {
+            if (pdf) {
+                platform::FileSystem::writeAtomically(path, *pdf);
+            } else {
+                ImagePipeline::exportPNG(*image, path);
+            }
+            return Result{};
+        },
+        [this](Result& result) {
+            busy_ = false;
+            if (result.failure) {
+                error_ = result.failure;
+                return;
+            }
+            setStatus(&L10n::saved);
+        });
+}
+
+void AppModel::clear() {
+    generation_ = Uuid::random();
+    // The running work, if any, goes on to its end; its result no longer matches the generation and is
+    // dropped when it arrives.
+    worker_ = nullptr;
+    original_.reset();
+    output_.reset();
+    pdfOutput_.reset();
+    pdfPageCount_ = 0;
+    analysis_.reset();
+    sourceFile_.reset();
+    manualRegions_.clear();
+    reviewed_ = manualMode_ = showOriginal_ = false;
+    zoom_ = 1.0;
+    busy_ = isPDF_ = false;
+    policy_ = RedactionPolicy{};
+    setStatus(&L10n::localOnly);
+    emit changed();
+}
+
+void AppModel::zoomIn() {
+    zoom_ = std::min(zoom_ + zoomStep, maxZoom);
+    emit changed();
+}
+
+void AppModel::zoomOut() {
+    zoom_ = std::max(zoom_ - zoomStep, minZoom);
+    emit changed();
+}
+
+void AppModel::acceptConsent() {
+    QSettings settings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"));
+    settings.setValue(QLatin1String(consentKey), QLatin1String(consentVersion));
+    settings.sync();
+    showingConsent_ = false;
+    emit changed();
+}

@@ -1,0 +1,120 @@
+#pragma once
+
+// The application's one state object: the open document, its analysis, the switches and manual masks,
+// the busy flag, the status line and the last error. Views read it and call it; it is the only caller
+// of the document core. Lives on the main thread; heavy work runs on worker threads with copies of
+// its inputs, and results of superseded work are dropped by the generation token.
+
+#include "AppDialogs.h"
+#include "DocumentTypes.h"
+#include "L10n.h"
+
+#include <QFutureWatcher>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+class AppModel : public QObject {
+    Q_OBJECT
+
+public:
+    // The consent text version the user must have accepted.
+    static constexpr const char* consentVersion = "2026-09-18";
+    static constexpr const char* consentKey = "consent.version";
+
+    explicit AppModel(AppDialogs& dialogs, QObject* parent = nullptr);
+    ~AppModel() override;
+
+    // Published state.
+    AppLanguage language() const { return language_; }
+    L10n texts() const { return L10n(language_); }
+    std::shared_ptr<const Bitmap> original() const { return original_; }
+    std::shared_ptr<const Bitmap> output() const { return output_; }
+    const std::optional<std::vector<std::uint8_t>>& pdfOutput() const { return pdfOutput_; }
+    int pdfPageCount() const { return pdfPageCount_; }
+    bool isPDF() const { return isPDF_; }
+    const std::optional<Analysis>& analysis() const { return analysis_; }
+    const RedactionPolicy& policy() const { return policy_; }
+    const std::vector<RedactionRegion>& manualRegions() const { return manualRegions_; }
+    bool busy() const { return busy_; }
+    const QString& status() const { return status_; }
+    const std::optional<QString>& error() const { return error_; }
+    bool reviewed() const { return reviewed_; }
+    bool showOriginal() const { return showOriginal_; }
+    bool manualMode() const { return manualMode_; }
+    double zoom() const { return zoom_; }
+    bool showingConsent() const { return showingConsent_; }
+
+    // Derived values.
+    std::vector<RedactionRegion> activeRegions() const;
+    bool canExport() const;
+    bool needsConsent() const;
+    // Regions the policy keeps whose evidence is only their form.
+    int heuristicZoneCount() const;
+
+    // Setters of what the views bind to. A policy change re-renders.
+    void setLanguage(AppLanguage language);
+    void setPolicy(const RedactionPolicy& policy);
+    void setReviewed(bool reviewed);
+    void setShowOriginal(bool show);
+    void setManualMode(bool on);
+    void clearError();
+
+    // Operations.
+    void chooseFile();
+    void load(const QString& file);
+    void updateMasks();
+    void addMask(const Rect& normalised);
+    void undoLastMask();
+    void exportCopy();
+    void clear();
+    void zoomIn();
+    void zoomOut();
+    void acceptConsent();
+
+signals:
+    // Any published value changed.
+    void changed();
+
+private:
+    struct Result {
+        std::shared_ptr<const Bitmap> original;
+        std::optional<Analysis> analysis;
+        std::shared_ptr<const Bitmap> output;
+        std::optional<std::vector<std::uint8_t>> pdf;
+        int pages = 0;
+        std::optional<QString> failure;
+    };
+
+    using Apply = std::function<void(Result&)>;
+    // Runs `work` on a worker thread; `apply` runs on the main thread if the generation still matches.
+    void start(std::function<Result()> work, Apply apply);
+    void setStatus(QString L10n::*text);
+    void fail(const QString& message);
+
+    AppDialogs& dialogs_;
+    AppLanguage language_;
+    std::shared_ptr<const Bitmap> original_, output_;
+    std::optional<std::vector<std::uint8_t>> pdfOutput_;
+    int pdfPageCount_ = 0;
+    bool isPDF_ = false;
+    std::optional<Analysis> analysis_;
+    RedactionPolicy policy_;
+    std::vector<RedactionRegion> manualRegions_;
+    bool busy_ = false;
+    QString status_;
+    std::optional<QString> error_;
+    bool reviewed_ = false;
+    bool showOriginal_ = false;
+    bool manualMode_ = false;
+    double zoom_ = 1.0;
+    bool showingConsent_ = false;
+
+    Uuid generation_;
+    std::optional<QString> sourceFile_;
+    QPointer<QFutureWatcher<Result>> worker_;
+};

@@ -1,0 +1,304 @@
+// The interface texts and the application model, under a headless event loop.
+
+#include "AppModel.h"
+#include "L10n.h"
+#include "TestImages.h"
+#include "TestPdfs.h"
+
+#include <QCoreApplication>
+#include <QSettings>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <set>
+
+using namespace testing_support;
+
+namespace {
+
+const std::set<int> translatedPositions{0, 1, 2, 5, 6, 7, 8, 9, 11, 12, 13, 14, 16, 18, 23, 25, 26, 33, 34, 37, 38, 42, 47, 48};
+
+} // namespace
+
+TEST(Texts, CompleteTablesHaveEveryField) {
+    for (AppLanguage language : {AppLanguage::en, AppLanguage::de, AppLanguage::nl, AppLanguage::ru}) {
+        const L10n t(language);
+        for (int i = 0; i < L10n::fieldCount; ++i) {
+            EXPECT_FALSE(t.field(i).isEmpty()) << L10n::fieldName(i);
+        }
+        EXPECT_EQ(t.localOnly, t.localProcessing);
+        EXPECT_EQ(t.title, t.subtitle);
+        EXPECT_EQ(t.appVersion, QStringLiteral("Linux · 0.3"));
+        EXPECT_TRUE(t.processingBody.startsWith(QStringLiteral("Quorvel "))) << t.processingBody.toStdString();
+    }
+    EXPECT_EQ(L10n(AppLanguage::ru).reviewCheckbox, QStringLiteral("Я проверил(а) результат и закрыл(а) пропущенные данные"));
+    EXPECT_EQ(L10n(AppLanguage::de).heuristicZonesText(3), QStringLiteral("Heuristische Bereiche: 3. Bitte besonders prüfen."));
+    EXPECT_EQ(L10n(AppLanguage::en).emptyBody, QStringLiteral("Open a photo, check the masks\nand save the cleaned copy."));
+}
+
+TEST(Texts, PartialLanguagesTranslateTheirTwentyFourLabelsOnly) {
+    const L10n english(AppLanguage::en);
+    for (AppLanguage language : AppLanguages::allCases()) {
+        if (language == AppLanguage::en || language == AppLanguage::de || language == AppLanguage::nl ||
+            language == AppLanguage::ru) {
+            continue;
+        }
+        const L10n t(language);
+        for (int i = 0; i < L10n::fieldCount; ++i) {
+            if (!translatedPositions.contains(i)) {
+                EXPECT_EQ(t.field(i), english.field(i)) << AppLanguages::rawValue(language).toStdString() << " " << L10n::fieldName(i);
+            }
+        }
+        EXPECT_NE(t.localOnly, english.localOnly);
+        EXPECT_EQ(t.localProcessing, english.localProcessing);
+    }
+    const L10n french(AppLanguage::fr);
+    EXPECT_EQ(french.riskIndex, QStringLiteral("Indice de suspicion"));
+    EXPECT_EQ(french.riskDisclaimer, english.riskDisclaimer);
+    EXPECT_EQ(L10n(AppLanguage::el).understood, QStringLiteral("Κατανοητό"));
+}
+
+TEST(Texts, FileTypesNamePdfEverywhereSupportedDocumentsOnlyInRussian) {
+    for (AppLanguage language : AppLanguages::allCases()) {
+        const L10n t(language);
+        EXPECT_TRUE(t.fileTypes.contains(QStringLiteral("PDF"))) << AppLanguages::rawValue(language).toStdString();
+        EXPECT_EQ(t.supportedDocuments.contains(QStringLiteral("PDF")), language == AppLanguage::ru);
+    }
+    EXPECT_EQ(L10n(AppLanguage::en).fileTypes, QStringLiteral("JPEG, PNG, HEIC, PDF · up to 80 MB / 50 MP"));
+}
+
+TEST(Texts, ComputedTexts) {
+    EXPECT_EQ(L10n(AppLanguage::en).zonesReview(0), QStringLiteral("0 zones · review before saving"));
+    EXPECT_EQ(L10n(AppLanguage::en).zonesReview(1), QStringLiteral("1 zones · review before saving"));
+    EXPECT_EQ(L10n(AppLanguage::ru).zonesReview(0), QStringLiteral("Зон: 0 · проверьте перед сохранением"));
+    EXPECT_EQ(L10n(AppLanguage::hu).zonesReview(4), QStringLiteral("4 zóna · mentés előtt ellenőrizze"));
+    EXPECT_EQ(L10n(AppLanguage::ru).pdfPages(3), QStringLiteral("Страниц PDF: 3"));
+    EXPECT_EQ(L10n(AppLanguage::sv).pdfPages(3), QStringLiteral("PDF pages: 3"));
+    EXPECT_EQ(L10n(AppLanguage::no).viewLabel(), QStringLiteral("Visning"));
+    EXPECT_EQ(L10n(AppLanguage::pl).languageLabel(), QStringLiteral("Język"));
+    for (AppLanguage language : AppLanguages::allCases()) {
+        EXPECT_FALSE(L10n(language).cannotReplaceOriginal().isEmpty());
+    }
+}
+
+TEST(Texts, ShortValueListsArePaddedWithEmptyFields) {
+    std::vector<QString> ten(10, QStringLiteral("x"));
+    const L10n t = L10n::fromValues(AppLanguage::en, ten);
+    int empty = 0;
+    for (int i = 0; i < L10n::fieldCount; ++i) {
+        empty += t.field(i).isEmpty();
+    }
+    EXPECT_EQ(empty, 42);
+}
+
+TEST(Texts, StartUpLanguageFromThePreferredList) {
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("pt-BR"), QStringLiteral("en-US")}), AppLanguage::pt);
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("de-AT")}), AppLanguage::de);
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("zh-Hans")}), AppLanguage::en);
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("nb-NO")}), AppLanguage::en);
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("no-NO")}), AppLanguage::no);
+    EXPECT_EQ(AppLanguages::detected({QStringLiteral("uk-UA")}), AppLanguage::en);
+    EXPECT_EQ(AppLanguages::detected(QStringList{}), AppLanguage::en);
+    EXPECT_EQ(AppLanguages::displayName(AppLanguage::el), QStringLiteral("Ελληνικά"));
+}
+
+namespace {
+
+// File panels that answer from a script.
+class ScriptedDialogs : public AppDialogs {
+public:
+    std::deque<std::optional<QString>> openAnswers, saveAnswers;
+    QString lastSaveTitle, lastProposedName;
+
+    std::optional<QString> chooseOpenFile(const QString&) override { return pop(openAnswers); }
+    std::optional<QString> chooseSaveFile(const QString& title, const QString& proposed, bool) override {
+        lastSaveTitle = title;
+        lastProposedName = proposed;
+        return pop(saveAnswers);
+    }
+
+private:
+    static std::optional<QString> pop(std::deque<std::optional<QString>>& answers) {
+        if (answers.empty()) {
+            return std::nullopt;
+        }
+        auto answer = answers.front();
+        answers.pop_front();
+        return answer;
+    }
+};
+
+class Model : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).setValue(QStringLiteral("consent.version"),
+                                                                                 QStringLiteral("2026-09-18"));
+        model = std::make_unique<AppModel>(dialogs);
+        model->setLanguage(AppLanguage::en);
+    }
+
+    QString file(const std::string& name, const Bitmap& image) {
+        writeBytes(dir / name, encodeJpeg(image));
+        return QString::fromStdString((dir / name).string());
+    }
+
+    bool settle(int timeoutMs = 60000) {
+        return QTest::qWaitFor([&] { return !model->busy(); }, timeoutMs);
+    }
+
+    TempDir dir;
+    ScriptedDialogs dialogs;
+    std::unique_ptr<AppModel> model;
+};
+
+} // namespace
+
+TEST_F(Model, ASupersededLoadShowsOnlyTheSecondDocument) {
+    const QString first = file("first.jpg", patterned(640, 400));
+    const QString second = file("second.jpg", patterned(300, 500));
+    model->load(first);
+    EXPECT_TRUE(model->busy());
+    model->clear();
+    model->load(second);
+    ASSERT_TRUE(settle());
+    QTest::qWait(300); // the first result, if still on its way, must change nothing
+    ASSERT_TRUE(model->original());
+    EXPECT_EQ(model->original()->width, 300);
+    EXPECT_EQ(model->status(), L10n(AppLanguage::en).ready);
+    EXPECT_FALSE(model->error());
+}
+
+TEST_F(Model, AClearedLoadLeavesTheModelEmptyWithoutError) {
+    model->load(file("a.jpg", patterned(640, 400)));
+    model->clear();
+    QTest::qWait(1500);
+    EXPECT_FALSE(model->original());
+    EXPECT_FALSE(model->busy());
+    EXPECT_FALSE(model->error());
+}
+
+TEST_F(Model, SwitchesReRenderWithoutRecognisingAgainAndClearTheReview) {
+    model->load(file("a.jpg", patterned(640, 400)));
+    ASSERT_TRUE(settle());
+    model->addMask(Rect{0.1, 0.1, 0.3, 0.3});
+    ASSERT_TRUE(settle());
+    model->setReviewed(true);
+    EXPECT_TRUE(model->canExport());
+    const Analysis before = *model->analysis();
+    const auto shown = model->output();
+    model->setPolicy(RedactionPolicy{true, false, false, false});
+    EXPECT_FALSE(model->reviewed());
+    EXPECT_FALSE(model->canExport());
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(*model->analysis(), before); // same regions, same ids: no new recognition
+    EXPECT_NE(model->output(), shown);
+}
+
+TEST_F(Model, ManualMasksAreClippedSmallOnesIgnoredAndUndone) {
+    model->load(file("a.jpg", patterned(1000, 1000)));
+    ASSERT_TRUE(settle());
+    model->addMask(Rect{0.8, 0.5, 0.5, 0.2});
+    ASSERT_TRUE(settle());
+    ASSERT_EQ(model->manualRegions().size(), 1u);
+    const RedactionRegion& mask = model->manualRegions()[0];
+    EXPECT_DOUBLE_EQ(mask.rect.maxX(), 1.0);
+    EXPECT_EQ(mask.kind, FieldKind::manual);
+    EXPECT_EQ(mask.evidence, FieldEvidence::vision);
+    model->addMask(Rect{0.1, 0.1, 0.3, 0.001}); // a sliver one pixel high
+    model->addMask(Rect{0.1, 0.1, 0.002, 0.3});
+    EXPECT_EQ(model->manualRegions().size(), 1u);
+    model->undoLastMask();
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(model->manualRegions().empty());
+}
+
+TEST_F(Model, ExportNeedsTheReviewAndNeverReplacesTheOpenedFile) {
+    const QString source = file("a.jpg", patterned(640, 400));
+    model->load(source);
+    ASSERT_TRUE(settle());
+    dialogs.saveAnswers = {QString::fromStdString((dir / "out.png").string())};
+    model->exportCopy(); // not reviewed yet
+    EXPECT_EQ(dialogs.saveAnswers.size(), 1u);
+    model->setReviewed(true);
+    // The opened file itself, through a path with "." segments.
+    dialogs.saveAnswers = {QString::fromStdString((dir / "." / "a.jpg").string())};
+    const auto before = readBytes(dir / "a.jpg");
+    model->exportCopy();
+    EXPECT_EQ(model->error(), L10n(AppLanguage::en).cannotReplaceOriginal());
+    EXPECT_EQ(readBytes(dir / "a.jpg"), before);
+    EXPECT_FALSE(model->busy());
+    EXPECT_TRUE(dialogs.lastProposedName.contains(QRegularExpression(QStringLiteral("^document-redacted-[0-9A-F]{8}\\.png$"))))
+        << dialogs.lastProposedName.toStdString();
+    EXPECT_EQ(dialogs.lastSaveTitle, QStringLiteral("Save PNG"));
+    model->clearError();
+    dialogs.saveAnswers = {QString::fromStdString((dir / "out.png").string())};
+    model->exportCopy();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(model->status(), L10n(AppLanguage::en).saved);
+    EXPECT_EQ(pngChunks(readBytes(dir / "out.png")), (std::vector<std::string>{"IHDR", "IDAT", "IEND"}));
+}
+
+TEST_F(Model, ErrorsReachTheAlertWithTheirOwnText) {
+    const std::string text = "not a photo";
+    writeBytes(dir / "bad.jpg", std::vector<std::uint8_t>(text.begin(), text.end()));
+    model->setLanguage(AppLanguage::de);
+    model->load(QString::fromStdString((dir / "bad.jpg").string()));
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(model->error(), QStringLiteral("Не удалось прочитать изображение. Выберите JPEG, PNG или HEIC."));
+    EXPECT_EQ(model->status(), L10n(AppLanguage::de).actionError);
+    EXPECT_FALSE(model->original());
+    model->load(QString::fromStdString((dir / "missing.jpg").string()));
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(model->error()->contains(QStringLiteral("No such file or directory"))) << model->error()->toStdString();
+}
+
+TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
+    writeBytes(dir / "scan.PDF", makePdf({TestPage{0, 0, 595, 842, {"SURNAME MARTIN"}}, TestPage{}}));
+    model->load(QString::fromStdString((dir / "scan.PDF").string()));
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(model->isPDF());
+    EXPECT_EQ(model->pdfPageCount(), 2);
+    ASSERT_TRUE(model->pdfOutput());
+    const auto ids = model->analysis()->regions;
+    model->setPolicy(RedactionPolicy{true, false, false, false});
+    ASSERT_TRUE(settle());
+    EXPECT_NE(model->analysis()->regions, ids); // analysed anew: fresh region ids
+    EXPECT_EQ(model->pdfPageCount(), 2);
+}
+
+TEST_F(Model, ConsentIsAskedUntilTheCurrentVersionIsAccepted) {
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).setValue(QStringLiteral("consent.version"),
+                                                                             QStringLiteral("2025-01-01"));
+    AppModel fresh(dialogs);
+    EXPECT_TRUE(fresh.showingConsent());
+    fresh.acceptConsent();
+    EXPECT_FALSE(fresh.showingConsent());
+    dialogs.openAnswers = {std::nullopt};
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).remove(QStringLiteral("consent.version"));
+    fresh.chooseFile();
+    EXPECT_TRUE(fresh.showingConsent());
+    EXPECT_EQ(dialogs.openAnswers.size(), 1u); // no panel was shown
+}
+
+TEST_F(Model, ZoomStepsBetweenOneAndFour) {
+    for (int i = 0; i < 8; ++i) {
+        model->zoomIn();
+    }
+    EXPECT_DOUBLE_EQ(model->zoom(), 4.0);
+    model->zoomOut();
+    EXPECT_DOUBLE_EQ(model->zoom(), 3.5);
+    for (int i = 0; i < 8; ++i) {
+        model->zoomOut();
+    }
+    EXPECT_DOUBLE_EQ(model->zoom(), 1.0);
+}
+
+int main(int argc, char** argv) {
+    // Settings of the tests go to a folder of their own, never to the user's.
+    const TempDir config;
+    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
