@@ -5,9 +5,19 @@
 #include <QPalette>
 #include <QStyleFactory>
 
+// Resources of a static library are registered by hand; the linker would drop them otherwise.
+static void registerBundledIcons() {
+    static const bool registered = [] {
+        Q_INIT_RESOURCE(icons);
+        return true;
+    }();
+    (void)registered;
+}
+
 namespace Theme {
 
 QIcon icon(const QString& themeName, const QString& bundledName) {
+    registerBundledIcons();
     return QIcon::fromTheme(themeName, QIcon(QStringLiteral(":/icons/") + bundledName + QStringLiteral(".svg")));
 }
 

@@ -15,7 +15,7 @@ packages=(
     libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev opencv-data
     libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
-    fonts-dejavu-core fonts-ocr-b
+    fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth
 )
 for language in "${languages[@]}"; do
     packages+=("tesseract-ocr-$language")
@@ -55,8 +55,17 @@ cmake --build "$build" --parallel "$(nproc)"
 case "$mode" in
 demo)
     mkdir -p "$root/out"
-    "$build/cli/quorvel-cli" redact "$root/samples/specimen-id-card.jpg" -o "$root/out/specimen-redacted.png"
+    sample="$root/samples/specimen-id-card.jpg"
+    "$build/cli/quorvel-cli" redact "$sample" -o "$root/out/specimen-redacted.png"
     echo "==> Masked copy written to out/specimen-redacted.png"
+    if [[ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]]; then
+        echo "==> Opening the window with the specimen"
+        "$build/app/quorvel" "$sample"
+    else
+        # No screen: the window runs on a virtual one and is saved as a picture.
+        xvfb-run -a -s "-screen 0 1400x1000x24" "$build/app/quorvel" --screenshot "$root/out/window.png" "$sample"
+        echo "==> No display here: the window is saved as out/window.png (on first start it shows the terms to accept)"
+    fi
     ;;
 test)
     cd "$build"
