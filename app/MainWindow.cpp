@@ -8,6 +8,8 @@
 
 #include <QAction>
 #include <QButtonGroup>
+#include <QCoreApplication>
+#include <QMenuBar>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDragEnterEvent>
@@ -104,6 +106,13 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     actions_.open()->setIcon(Theme::icon(QStringLiteral("document-open"), QStringLiteral("folder")));
     toolbar->addAction(actions_.open());
     actions_.addMenus(*menuBar());
+    // The version the package and `quorvel --version` report.
+    QAction* about = menuBar()->addMenu(QStringLiteral("&?"))->addAction(QStringLiteral("Quorvel"));
+    connect(about, &QAction::triggered, this, [this] {
+        QMessageBox::about(this, QStringLiteral("Quorvel"),
+                           QStringLiteral("Quorvel ") + QCoreApplication::applicationVersion() + QStringLiteral("\n") +
+                               model_.texts().appVersion + QStringLiteral("\n\n") + model_.texts().offlineBody);
+    });
 
     auto* central = new QWidget;
     auto* split = new QHBoxLayout(central);
