@@ -13,7 +13,9 @@
 #include <qpdf/QPDFPageDocumentHelper.hh>
 #include <qpdf/QPDFWriter.hh>
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <string>
 
 namespace platform::Pdf {
@@ -36,6 +38,22 @@ void silencePoppler() {
         return true;
     }();
     (void)silenced;
+}
+
+// An unencrypted PDF needs no file identifier, but qpdf always writes one. It is overwritten with blanks
+// of the same length in the trailer, which follows the cross-reference table, so no offset moves.
+void blankDocumentID(std::vector<std::uint8_t>& pdf) {
+    const std::string_view text(reinterpret_cast<const char*>(pdf.data()), pdf.size());
+    const std::size_t trailer = text.rfind("trailer");
+    if (trailer == std::string_view::npos) {
+        throw CodecError("PDF writer: no trailer");
+    }
+    const std::size_t id = text.find("/ID", trailer);
+    const std::size_t end = id == std::string_view::npos ? id : text.find(']', id);
+    if (end == std::string_view::npos) {
+        return;
+    }
+    std::fill(pdf.begin() + static_cast<std::ptrdiff_t>(id), pdf.begin() + static_cast<std::ptrdiff_t>(end) + 1, ' ');
 }
 
 } // namespace
@@ -121,14 +139,15 @@ std::vector<std::uint8_t> writeImagePDF(const std::vector<const Bitmap*>& pages,
         pdf.getTrailer().replaceKey("/Info", info);
         QPDFWriter writer(pdf);
         writer.setOutputMemory();
-        // The file identifier is derived from the content: the same pages give the same file, and
-        // nothing in it tells when or where it was made.
+        // Derived from the content rather than the clock while it exists; it is blanked below.
         writer.setDeterministicID(true);
         writer.setCompressStreams(true);
         writer.write();
         const std::shared_ptr<Buffer> buffer = writer.getBufferSharedPointer();
         const auto* bytes = buffer->getBuffer();
-        return std::vector<std::uint8_t>(bytes, bytes + buffer->getSize());
+        std::vector<std::uint8_t> file(bytes, bytes + buffer->getSize());
+        blankDocumentID(file);
+        return file;
     } catch (const std::exception& error) {
         throw CodecError(std::string("PDF writer: ") + error.what());
     }

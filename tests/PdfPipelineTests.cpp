@@ -54,6 +54,7 @@ TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
     EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
     EXPECT_EQ(facts.creator, "Quorvel");
     EXPECT_FALSE(facts.hasXmp);
+    EXPECT_FALSE(facts.hasDocumentID);
     EXPECT_FALSE(facts.hasFonts);
     EXPECT_EQ(facts.text.find("SECRETWORD"), std::string::npos);
     EXPECT_EQ(facts.text.find("X4RTBPFW4"), std::string::npos);

@@ -78,6 +78,7 @@ PdfFacts inspectPdf(const std::vector<std::uint8_t>& bytes) {
         }
     }
     facts.hasXmp = pdf.getRoot().hasKey("/Metadata");
+    facts.hasDocumentID = pdf.getTrailer().hasKey("/ID");
     std::unique_ptr<poppler::document> document(
         poppler::document::load_from_raw_data(reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size())));
     for (int i = 0; document && i < document->pages(); ++i) {

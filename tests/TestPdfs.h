@@ -28,6 +28,7 @@ struct PdfFacts {
     std::vector<std::string> infoKeys;                 // keys of the information dictionary
     std::string creator;
     bool hasXmp = false;
+    bool hasDocumentID = false;
     bool hasFonts = false;
     std::string text;                                  // all text Poppler can extract
 };

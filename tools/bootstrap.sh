@@ -15,7 +15,7 @@ packages=(
     libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev opencv-data
     libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
-    fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth parallel appstream desktop-file-utils
+    fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth parallel appstream desktop-file-utils strace
 )
 for language in "${languages[@]}"; do
     packages+=("tesseract-ocr-$language")
