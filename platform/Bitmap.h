@@ -60,5 +60,8 @@ struct Bitmap {
     const std::uint8_t* row(int y) const noexcept { return pixels.data() + static_cast<std::size_t>(y) * rowBytes(); }
     const std::uint8_t* at(int x, int y) const noexcept { return row(y) + static_cast<std::size_t>(x) * 3; }
 
-    bool operator==(const Bitmap&) const = default;
+    // Spelled out so that the header also compiles as C++17 (see PdfWriter.cpp).
+    bool operator==(const Bitmap& other) const {
+        return width == other.width && height == other.height && pixels == other.pixels;
+    }
 };
