@@ -160,27 +160,42 @@ std::optional<Observation> detect(const Bitmap& image) {
     return best;
 }
 
-Bitmap correctPerspective(const Bitmap& image, const Observation& outline) {
-    const double W = image.width;
-    const double H = image.height;
+Point Correction::map(double x, double y) const {
+    const auto& h = homography;
+    const double w = h[6] * x + h[7] * y + h[8];
+    return Point{(h[0] * x + h[1] * y + h[2]) / w, (h[3] * x + h[4] * y + h[5]) / w};
+}
+
+std::optional<Correction> correction(int imageWidth, int imageHeight, const Observation& outline) {
+    const double W = imageWidth;
+    const double H = imageHeight;
     auto pixel = [&](Point p) { return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>((1.0 - p.y) * H)); };
-    const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight),
-                 pixel(outline.bottomLeft)};
-    const double width = std::max(length(q[0], q[1]), length(q[3], q[2]));
-    const double height = std::max(length(q[0], q[3]), length(q[1], q[2]));
-    const int outWidth = static_cast<int>(std::lround(width));
-    const int outHeight = static_cast<int>(std::lround(height));
-    if (outWidth < 1 || outHeight < 1 || outWidth > 20000 || outHeight > 20000) {
+    const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight), pixel(outline.bottomLeft)};
+    const int width = static_cast<int>(std::lround(std::max(length(q[0], q[1]), length(q[3], q[2]))));
+    const int height = static_cast<int>(std::lround(std::max(length(q[0], q[3]), length(q[1], q[2]))));
+    if (width < 1 || height < 1 || width > 20000 || height > 20000) {
+        return std::nullopt;
+    }
+    const std::array<cv::Point2f, 4> target{cv::Point2f(0, 0), cv::Point2f(static_cast<float>(width), 0),
+                                            cv::Point2f(static_cast<float>(width), static_cast<float>(height)),
+                                            cv::Point2f(0, static_cast<float>(height))};
+    const cv::Mat transform = cv::getPerspectiveTransform(q.data(), target.data());
+    Correction result{width, height, {}};
+    for (int i = 0; i < 9; ++i) {
+        result.homography[static_cast<std::size_t>(i)] = transform.at<double>(i / 3, i % 3);
+    }
+    return result;
+}
+
+Bitmap correctPerspective(const Bitmap& image, const Observation& outline) {
+    const std::optional<Correction> c = correction(image.width, image.height, outline);
+    if (!c) {
         return {};
     }
-    const std::array<cv::Point2f, 4> target{cv::Point2f(0, 0), cv::Point2f(static_cast<float>(outWidth), 0),
-                                            cv::Point2f(static_cast<float>(outWidth), static_cast<float>(outHeight)),
-                                            cv::Point2f(0, static_cast<float>(outHeight))};
-    const cv::Mat transform = cv::getPerspectiveTransform(q.data(), target.data());
-    Bitmap out(outWidth, outHeight);
-    cv::Mat destination(outHeight, outWidth, CV_8UC3, out.pixels.data(), out.rowBytes());
-    cv::warpPerspective(wrap(image), destination, transform, destination.size(), cv::INTER_LINEAR,
-                        cv::BORDER_REPLICATE);
+    const cv::Mat transform(3, 3, CV_64F, const_cast<double*>(c->homography.data()));
+    Bitmap out(c->width, c->height);
+    cv::Mat destination(c->height, c->width, CV_8UC3, out.pixels.data(), out.rowBytes());
+    cv::warpPerspective(wrap(image), destination, transform, destination.size(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     return out;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Bitmap.h"
 
+#include <array>
 #include <optional>
 
 namespace platform::DocumentOutline {
@@ -21,6 +22,19 @@ struct Observation {
 // times its longer side, its sides at least 0.18 of the image's smaller dimension and its corners
 // within 25 degrees of a right angle; none when there is no such shape.
 std::optional<Observation> detect(const Bitmap& image);
+
+// The straightening of an outline in an image of a given size: the size of the corrected bitmap and
+// where a pixel of the image (top-left origin) lands in it.
+struct Correction {
+    int width = 0;
+    int height = 0;
+    std::array<double, 9> homography{}; // row-major 3 x 3
+
+    Point map(double x, double y) const;
+};
+
+// None when the corners do not give a usable rectangle.
+std::optional<Correction> correction(int imageWidth, int imageHeight, const Observation& outline);
 
 // Maps the quadrilateral onto an upright rectangle whose sides are its longer opposite sides.
 // An empty bitmap when the corners do not give a usable rectangle.
