@@ -1,6 +1,7 @@
 // quorvel-cli: the document core on the command line.
 
 #include "CliSupport.h"
+#include "Evaluation.h"
 #include "DocumentTypes.h"
 #include "FileSystem.h"
 #include "ImagePipeline.h"
@@ -55,6 +56,13 @@ Commands:
       rectangles are fractions of the image, origin at the top-left corner;
       ranges count UTF-16 code units. Without "supportedLanguages" the
       languages installed on this machine are assumed.
+  eval DIR [--json]
+      Measures the pipeline on a folder of annotated images: each NAME.jpg
+      (or .png, .heic, .heif) with a NAME.json {"fields": [{"kind", "x", "y",
+      "width", "height"}]} (fractions of the image as shown, origin top-left)
+      is redacted with every switch on, and the report gives per kind the
+      fields fully masked (98% of the box black) and missed, the share of the
+      painted area outside every field, and the seconds per image.
   mask IN --regions R.json -o OUT.png [SWITCHES]
       Paints masks over the regions listed in R.json, a list of objects
         {"kind": "number", "x": 0.1, "y": 0.2, "width": 0.3, "height": 0.05}
@@ -283,6 +291,24 @@ int runRedact(const std::vector<std::string>& args) {
     return failures ? exitFailed : exitOK;
 }
 
+int runEval(const std::vector<std::string>& args) {
+    const Arguments a = parse(args, {"--json"});
+    if (a.positional.size() != 1 || !fs::is_directory(a.positional[0])) {
+        throw UsageError("eval needs one folder of annotated images");
+    }
+    std::size_t total = 0;
+    for (const auto& entry : fs::directory_iterator(a.positional[0])) {
+        total += entry.path().extension() == ".json";
+    }
+    Progress progress(total);
+    const EvaluationReport report = evaluate(a.positional[0], [&](const std::string& name, bool ok) {
+        progress.finished(name, ok ? std::string() : std::string("could not be processed"));
+    });
+    progress.done();
+    std::cout << (a.json ? report.toJson().dump(2) + "\n" : report.toText());
+    return exitOK;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -316,6 +342,9 @@ int main(int argc, char** argv) {
         }
         if (command == "redact") {
             return runRedact(args);
+        }
+        if (command == "eval") {
+            return runEval(args);
         }
         throw UsageError("unknown command \"" + command + "\" (see quorvel-cli --help)");
     } catch (const UsageError& error) {

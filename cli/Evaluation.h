@@ -1,0 +1,38 @@
+#pragma once
+
+// Runs the whole pipeline on a folder of annotated images and measures what it masks. An annotation
+// NAME.json beside NAME.jpg (or .png, .heic, .heif) holds {"fields": [{"kind", "x", "y", "width",
+// "height"}]}, normalised to the image as a viewer shows it, origin top-left.
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+
+namespace cli {
+
+struct KindTally {
+    int fields = 0;
+    int masked = 0; // at least 98% of the field's box painted black
+};
+
+struct EvaluationReport {
+    int images = 0;
+    int failedImages = 0;
+    double seconds = 0;
+    double paintedOutside = 0; // painted pixels outside every field
+    double painted = 0;
+    std::map<std::string, KindTally> kinds;
+    std::vector<std::string> misses; // "IMAGE: kind (coverage)"
+
+    double overMasking() const { return painted > 0 ? paintedOutside / painted : 0; }
+    nlohmann::json toJson() const;
+    std::string toText() const;
+};
+
+EvaluationReport evaluate(const std::filesystem::path& folder,
+                          const std::function<void(const std::string& name, bool ok)>& progress);
+
+} // namespace cli
