@@ -37,6 +37,27 @@ std::shared_ptr<const Bitmap> shared(Bitmap image) { return std::make_shared<con
 
 } // namespace
 
+AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy policy) {
+    policy.hidePersonName = true; // names are always hidden in PDFs, whatever the switch says
+    ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
+    if (processed.pages.empty()) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    PDFPageResult& first = processed.pages.front();
+    const int pages = static_cast<int>(processed.pages.size());
+    return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
+                  std::move(processed.data), pages, std::nullopt};
+}
+
+void AppModel::show(Result& result) {
+    original_ = result.original;
+    analysis_ = std::move(result.analysis);
+    output_ = result.output;
+    pdfOutput_ = std::move(result.pdf);
+    pdfPageCount_ = result.pages;
+    setStatus(&L10n::ready);
+}
+
 AppModel::AppModel(AppDialogs& dialogs, QObject* parent)
     : QObject(parent), dialogs_(dialogs), language_(AppLanguages::detected()), generation_(Uuid::random()) {
     status_ = texts().localOnly;
@@ -178,16 +199,7 @@ void AppModel::load(const QString& file) {
     start(
         [path, pdf]() -> Result {
             if (pdf) {
-                RedactionPolicy policy;
-                policy.hidePersonName = true; // names are always hidden in PDFs
-                ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
-                if (processed.pages.empty()) {
-                    throw DocumentError(DocumentError::invalidImage);
-                }
-                PDFPageResult& first = processed.pages.front();
-                const int pages = static_cast<int>(processed.pages.size());
-                return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
-                              std::move(processed.data), pages, std::nullopt};
+                return processPdf(path, RedactionPolicy{});
             }
             LoadedDocument document = ImagePipeline::load(path);
             Analysis analysis = ImagePipeline::analyze(document);
@@ -202,12 +214,7 @@ void AppModel::load(const QString& file) {
                 setStatus(&L10n::actionError);
                 return;
             }
-            original_ = result.original;
-            analysis_ = std::move(result.analysis);
-            output_ = result.output;
-            pdfOutput_ = std::move(result.pdf);
-            pdfPageCount_ = result.pages;
-            setStatus(&L10n::ready);
+            show(result);
         });
 }
 
@@ -219,32 +226,16 @@ void AppModel::updateMasks() {
     busy_ = true;
     emit changed();
     if (isPDF_ && sourceFile_) {
-        RedactionPolicy policy = policy_;
-        policy.hidePersonName = true; // names are always hidden in PDFs, whatever the switch says
         const std::string path = sourceFile_->toStdString();
         start(
-            [path, policy]() -> Result {
-                ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
-                if (processed.pages.empty()) {
-                    throw DocumentError(DocumentError::invalidImage);
-                }
-                PDFPageResult& first = processed.pages.front();
-                const int pages = static_cast<int>(processed.pages.size());
-                return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
-                              std::move(processed.data), pages, std::nullopt};
-            },
+            [path, policy = policy_]() -> Result { return processPdf(path, policy); },
             [this](Result& result) {
                 busy_ = false;
                 if (result.failure) {
                     error_ = result.failure; // the previous pictures stay
                     return;
                 }
-                original_ = result.original;
-                analysis_ = std::move(result.analysis);
-                output_ = result.output;
-                pdfOutput_ = std::move(result.pdf);
-                pdfPageCount_ = result.pages;
-                setStatus(&L10n::ready);
+                show(result);
             });
         return;
     }

@@ -91,6 +91,10 @@ private:
     };
 
     using Apply = std::function<void(Result&)>;
+    // Renders, analyses and masks every page; the first page is what the window shows.
+    static Result processPdf(const std::string& path, RedactionPolicy policy);
+    // A finished document becomes the one shown.
+    void show(Result& result);
     // Runs `work` on a worker thread; `apply` runs on the main thread if the generation still matches.
     void start(std::function<Result()> work, Apply apply);
     void setStatus(QString L10n::*text);

@@ -31,16 +31,6 @@ Bitmap cardPhoto() {
     return image;
 }
 
-long kibibytes(const char* field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(field)) {
-            return std::stol(line.substr(std::string(field).size()));
-        }
-    }
-    return 0;
-}
-
 void loadFile(benchmark::State& state, const std::string& name, const std::vector<std::uint8_t>& bytes) {
     const auto file = std::filesystem::temp_directory_path() / name;
     testing_support::writeBytes(file, bytes);
@@ -50,10 +40,10 @@ void loadFile(benchmark::State& state, const std::string& name, const std::vecto
     // Peak resident memory of one more load above what the process holds before it, in bitmaps of the
     // image's size (36 MB each).
     std::ofstream("/proc/self/clear_refs") << "5";
-    const long before = kibibytes("VmRSS:");
+    const long before = testing_support::residentKiB("VmRSS:");
     benchmark::DoNotOptimize(ImagePipeline::load(file));
-    state.counters["peakMB"] = static_cast<double>(kibibytes("VmHWM:") - before) / 1024.0;
-    state.counters["peakBitmaps"] = static_cast<double>(kibibytes("VmHWM:") - before) * 1024.0 / 36e6;
+    state.counters["peakMB"] = static_cast<double>(testing_support::residentKiB("VmHWM:") - before) / 1024.0;
+    state.counters["peakBitmaps"] = static_cast<double>(testing_support::residentKiB("VmHWM:") - before) * 1024.0 / 36e6;
     std::filesystem::remove(file);
 }
 

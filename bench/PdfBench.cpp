@@ -11,16 +11,6 @@
 
 namespace {
 
-long kibibytes(const char* field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(field)) {
-            return std::stol(line.substr(std::string(field).size()));
-        }
-    }
-    return 0;
-}
-
 // A4 pages of a data page's worth of text each.
 void BM_ProcessA4Pdf(benchmark::State& state) {
     using namespace testing_support;
@@ -34,7 +24,7 @@ void BM_ProcessA4Pdf(benchmark::State& state) {
     const auto file = std::filesystem::temp_directory_path() / "quorvel-bench.pdf";
     writeBytes(file, makePdf(content));
     std::ofstream("/proc/self/clear_refs") << "5";
-    const long before = kibibytes("VmRSS:");
+    const long before = testing_support::residentKiB("VmRSS:");
     double seconds = 0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
@@ -42,7 +32,7 @@ void BM_ProcessA4Pdf(benchmark::State& state) {
         seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
     state.counters["secondsPerPage"] = seconds / pages;
-    state.counters["peakMB"] = static_cast<double>(kibibytes("VmHWM:") - before) / 1024.0;
+    state.counters["peakMB"] = static_cast<double>(testing_support::residentKiB("VmHWM:") - before) / 1024.0;
     std::filesystem::remove(file);
 }
 BENCHMARK(BM_ProcessA4Pdf)->Arg(1)->Arg(10)->Arg(50)->Iterations(1)->Unit(benchmark::kSecond);

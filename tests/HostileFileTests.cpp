@@ -16,16 +16,6 @@ using namespace testing_support;
 
 namespace {
 
-long residentKiB(const char* field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(field)) {
-            return std::stol(line.substr(std::string(field).size()));
-        }
-    }
-    return 0;
-}
-
 struct Outcome {
     std::optional<DocumentError::Code> error;
     bool otherError = false;
@@ -36,7 +26,7 @@ struct Outcome {
 // Runs `work`, noting how it ended, how long it took and how much memory it took at its peak.
 Outcome survive(const std::function<void()>& work) {
     std::ofstream("/proc/self/clear_refs") << "5";
-    const long before = residentKiB("VmRSS:");
+    const long before = testing_support::residentKiB("VmRSS:");
     const auto start = std::chrono::steady_clock::now();
     Outcome outcome;
     try {
@@ -47,7 +37,7 @@ Outcome survive(const std::function<void()>& work) {
         outcome.otherError = true;
     }
     outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    outcome.peakMiB = (residentKiB("VmHWM:") - before) / 1024;
+    outcome.peakMiB = (testing_support::residentKiB("VmHWM:") - before) / 1024;
     return outcome;
 }
 

@@ -312,6 +312,16 @@ std::vector<std::uint8_t> pngHeaderOnly(std::uint32_t width, std::uint32_t heigh
     return png;
 }
 
+long residentKiB(const char* field) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(field)) {
+            return std::stol(line.substr(std::string(field).size()));
+        }
+    }
+    return 0;
+}
+
 std::vector<std::uint8_t> readBytes(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

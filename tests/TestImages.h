@@ -59,6 +59,9 @@ std::vector<std::uint8_t> encodeHeic(const std::vector<HeicImage>& images, std::
 // reader of headers, nothing to decode.
 std::vector<std::uint8_t> pngHeaderOnly(std::uint32_t width, std::uint32_t height);
 
+// A memory figure of this process from /proc/self/status, in KiB ("VmRSS:", "VmHWM:").
+long residentKiB(const char* field);
+
 std::vector<std::uint8_t> readBytes(const std::filesystem::path& file);
 void writeBytes(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
 
