@@ -154,10 +154,12 @@ std::vector<Line> recognizeText(const Bitmap& image, const std::string& language
             line.confidence = std::clamp(it->Confidence(tesseract::RIL_TEXTLINE) / 100.0f, 0.0f, 1.0f);
             int offset = 0;
             bool firstWord = true;
+            bool spacePending = false;
             do {
                 if (!firstWord) {
                     line.text += ' ';
                     offset += 1;
+                    spacePending = true;
                 }
                 firstWord = false;
                 do {
@@ -167,8 +169,18 @@ std::vector<Line> recognizeText(const Bitmap& image, const std::string& language
                     }
                     const std::string text(symbol.get());
                     it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
+                    const Box box = normalised(l, t, r, b, page.cols, page.rows);
+                    if (spacePending && !line.symbols.empty()) {
+                        // The blank between two words covers the gap between their glyphs, so that the box of
+                        // a range that ends or starts with it reaches the neighbouring word.
+                        const Box& before = line.symbols.back().box;
+                        const double left = before.x + before.width;
+                        line.symbols.push_back(Symbol{offset - 1, offset,
+                                                      Box{left, line.box.y, std::max(0.0, box.x - left), line.box.height}});
+                    }
+                    spacePending = false;
                     const int length = utf16Length(text);
-                    line.symbols.push_back(Symbol{offset, offset + length, normalised(l, t, r, b, page.cols, page.rows)});
+                    line.symbols.push_back(Symbol{offset, offset + length, box});
                     line.text += text;
                     offset += length;
                 } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) &&

@@ -20,6 +20,7 @@ struct Box {
     double height = 0;
 };
 
+// A character of a line, or the blank between two words (whose box spans the gap between them).
 struct Symbol {
     int start = 0; // UTF-16 offsets of the symbol in its line's text
     int end = 0;

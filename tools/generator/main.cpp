@@ -349,12 +349,15 @@ Bitmap toBitmap(const QImage& image) {
 }
 
 // The look of a photograph; returns the image as a viewer shows it, and maps ground truth into it.
-QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int& orientation, int& quality) {
+QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int& orientation, int& quality,
+                  QString& look) {
     QImage result = card;
-    const int look = pick(r, 10);
+    const int kindOfLook = pick(r, 10);
     quality = 60 + pick(r, 36);
     orientation = 1;
-    if (look < 4) {
+    look = QStringLiteral("flat");
+    if (kindOfLook < 4) {
+        look = QStringLiteral("table");
         // On a table, tilted, with a margin all round.
         const int W = 3200, H = 2400;
         QImage photo(W, H, QImage::Format_RGB32);
@@ -384,12 +387,14 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
             f.box = tilt.map(QPolygonF(f.box)).boundingRect();
         }
         result = photo;
-    } else if (look < 6) {
+    } else if (kindOfLook < 6) {
         // Turned, with the EXIF orientation tag saying how to show it.
+        look = QStringLiteral("turned");
         const int orientations[] = {3, 6, 8};
         orientation = orientations[pick(r, 3)];
-    } else if (look < 7) {
+    } else if (kindOfLook < 7) {
         // A small, low-resolution picture.
+        look = QStringLiteral("small");
         const double scale = uniform(r, 0.42, 0.55);
         result = card.scaled(static_cast<int>(card.width() * scale), static_cast<int>(card.height() * scale),
                              Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
@@ -461,7 +466,8 @@ int main(int argc, char** argv) {
         std::vector<Field> fields;
         const QImage card = draw(kind, language, bilingual, r, face, fields);
         int orientation = 1, quality = 90;
-        const QImage shown = photograph(card, r, fields, orientation, quality);
+        QString look;
+        const QImage shown = photograph(card, r, fields, orientation, quality, look);
         // The stored pixels are turned so that a viewer applying the tag shows `shown`.
         static const int inverse[9] = {0, 1, 2, 3, 4, 5, 8, 7, 6};
         const Bitmap stored = platform::ImageDecoder::applyOrientation(toBitmap(shown), inverse[orientation]);
@@ -480,8 +486,12 @@ int main(int argc, char** argv) {
                                      {"width", b.width() / shown.width()},
                                      {"height", b.height() / shown.height()}});
         }
+        // "about" is for reading the misses; the evaluation needs only "fields".
+        static const char* kindNames[] = {"passport", "idFront", "idBack", "licence", "permit"};
+        const QJsonObject about{{"document", kindNames[kind]}, {"language", language.code}, {"bilingual", bilingual},
+                                {"look", look}};
         std::ofstream(out / (std::string(name) + ".json"))
-            << QJsonDocument(QJsonObject{{"fields", truth}}).toJson(QJsonDocument::Indented).toStdString();
+            << QJsonDocument(QJsonObject{{"fields", truth}, {"about", about}}).toJson(QJsonDocument::Indented).toStdString();
     }
     std::fprintf(stderr, "quorvel-generate: %d documents in %s\n", count, out.c_str());
     return 0;
