@@ -7,10 +7,12 @@
 #include "ImagePipeline.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <tuple>
 
 namespace cli {
 namespace {
@@ -21,31 +23,39 @@ namespace fs = std::filesystem;
 constexpr double fullyMasked = 0.98;
 const RedactionPolicy everything{true, true, true, true};
 
-struct PixelBox {
-    int x0, y0, x1, y1;
-};
+// A field's four corners, clockwise.
+using Quad = std::array<std::pair<double, double>, 4>;
 
-// The annotated box in the pixels of the image the masks were painted on: the same as the upright
-// photo unless the document was straightened, in which case the outline found in the upright photo
-// (found again; the search is deterministic) carries the box's corners across.
-PixelBox carried(const Rect& box, const Bitmap& upright, const std::optional<platform::DocumentOutline::Correction>& straightening,
-                 const Bitmap& painted) {
-    double x0, y0, x1, y1;
-    if (straightening) {
-        x0 = y0 = 1e18;
-        x1 = y1 = -1e18;
-        for (auto [fx, fy] : {std::pair{box.minX(), box.minY()}, {box.maxX(), box.minY()}, {box.maxX(), box.maxY()},
-                              {box.minX(), box.maxY()}}) {
-            const auto p = straightening->map(fx * upright.width, fy * upright.height);
-            x0 = std::min(x0, p.x), y0 = std::min(y0, p.y), x1 = std::max(x1, p.x), y1 = std::max(y1, p.y);
+// The annotated field: its corners when given (a tilted card), else the corners of its box.
+Quad corners(const nlohmann::json& field) {
+    const nlohmann::json given = field.value("corners", nlohmann::json::array());
+    auto point = [](const nlohmann::json& c) {
+        return c.is_array() && c.size() == 2 && c[0].is_number() && c[1].is_number();
+    };
+    if (given.is_array() && given.size() == 4 && std::all_of(given.begin(), given.end(), point)) {
+        Quad quad;
+        for (std::size_t i = 0; i < 4; ++i) {
+            quad[i] = {given[i][0].get<double>(), given[i][1].get<double>()};
         }
-    } else {
-        x0 = box.minX() * painted.width, x1 = box.maxX() * painted.width;
-        y0 = box.minY() * painted.height, y1 = box.maxY() * painted.height;
+        return quad;
     }
-    auto clampX = [&](double v) { return std::clamp(static_cast<int>(std::lround(v)), 0, painted.width); };
-    auto clampY = [&](double v) { return std::clamp(static_cast<int>(std::lround(v)), 0, painted.height); };
-    return PixelBox{clampX(x0), clampY(y0), clampX(x1), clampY(y1)};
+    const double x = field.value("x", 0.0), y = field.value("y", 0.0);
+    const double w = field.value("width", 0.0), h = field.value("height", 0.0);
+    return {std::pair{x, y}, {x + w, y}, {x + w, y + h}, {x, y + h}};
+}
+
+// Whether the pixel's centre lies inside the convex quad (either winding).
+bool inside(const Quad& quad, int px, int py) {
+    const double x = px + 0.5, y = py + 0.5;
+    int positive = 0, negative = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        const auto [ax, ay] = quad[i];
+        const auto [bx, by] = quad[(i + 1) % 4];
+        const double cross = (bx - ax) * (y - ay) - (by - ay) * (x - ax);
+        positive += cross > 0;
+        negative += cross < 0;
+    }
+    return positive == 0 || negative == 0;
 }
 
 bool black(const Bitmap& image, int x, int y) {
@@ -100,41 +110,66 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
                 straightening = platform::DocumentOutline::correction(upright.width, upright.height, *outline);
             }
         }
-        std::vector<bool> inField(static_cast<std::size_t>(painted.width) * painted.height, false);
-        for (const nlohmann::json& field : truth["fields"]) {
-            const std::string kind = field.value("kind", "");
-            const Rect box{field.value("x", 0.0), field.value("y", 0.0), field.value("width", 0.0), field.value("height", 0.0)};
-            const PixelBox b = carried(box, upright, straightening, painted);
-            std::size_t covered = 0, all = 0;
-            for (int y = b.y0; y < b.y1; ++y) {
-                for (int x = b.x0; x < b.x1; ++x) {
+        // The annotation is of the photo as shown; when the document was straightened, the outline found
+        // in that photo again (the search is deterministic) carries it into the painted image.
+        report.score(name, truth["fields"], painted, source, [&](double x, double y) {
+            if (straightening) {
+                const auto p = straightening->map(x * upright.width, y * upright.height);
+                return std::pair{p.x, p.y};
+            }
+            return std::pair{x * painted.width, y * painted.height};
+        });
+        progress(name, true);
+    }
+    return report;
+}
+
+void EvaluationReport::score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted,
+                             const Bitmap& source, const std::function<std::pair<double, double>(double, double)>& toPainted) {
+    std::vector<bool> inField(static_cast<std::size_t>(painted.width) * painted.height, false);
+    for (const nlohmann::json& field : fields) {
+        if (!field.is_object()) {
+            continue;
+        }
+        const std::string kind = field.value("kind", "");
+        Quad quad = corners(field);
+        double x0 = painted.width, y0 = painted.height, x1 = 0, y1 = 0;
+        for (auto& [x, y] : quad) {
+            std::tie(x, y) = toPainted(x, y);
+            x0 = std::min(x0, x), y0 = std::min(y0, y), x1 = std::max(x1, x), y1 = std::max(y1, y);
+        }
+        const int left = std::max(0, static_cast<int>(std::floor(x0))), top = std::max(0, static_cast<int>(std::floor(y0)));
+        const int right = std::min(painted.width, static_cast<int>(std::ceil(x1)));
+        const int bottom = std::min(painted.height, static_cast<int>(std::ceil(y1)));
+        std::size_t covered = 0, all = 0;
+        for (int y = top; y < bottom; ++y) {
+            for (int x = left; x < right; ++x) {
+                if (inside(quad, x, y)) {
                     covered += black(painted, x, y);
                     ++all;
                     inField[static_cast<std::size_t>(y) * painted.width + x] = true;
                 }
             }
-            const double share = all ? static_cast<double>(covered) / all : 0;
-            KindTally& tally = report.kinds[kind];
-            ++tally.fields;
-            if (share >= fullyMasked) {
-                ++tally.masked;
-            } else {
-                char line[160];
-                std::snprintf(line, sizeof line, "%s: %s (%.0f%%)", name.c_str(), kind.c_str(), share * 100);
-                report.misses.emplace_back(line);
-            }
         }
-        for (int y = 0; y < painted.height; ++y) {
-            for (int x = 0; x < painted.width; ++x) {
-                if (black(painted, x, y) && !black(source, x, y)) {
-                    report.painted += 1;
-                    report.paintedOutside += !inField[static_cast<std::size_t>(y) * painted.width + x];
-                }
-            }
+        const double share = all ? static_cast<double>(covered) / all : 0;
+        KindTally& tally = kinds[kind];
+        ++tally.fields;
+        if (share >= fullyMasked) {
+            ++tally.masked;
+        } else {
+            char line[160];
+            std::snprintf(line, sizeof line, "%s: %s (%.0f%%)", name.c_str(), kind.c_str(), share * 100);
+            misses.emplace_back(line);
         }
-        progress(name, true);
     }
-    return report;
+    for (int y = 0; y < painted.height; ++y) {
+        for (int x = 0; x < painted.width; ++x) {
+            if (black(painted, x, y) && !black(source, x, y)) {
+                this->painted += 1;
+                paintedOutside += !inField[static_cast<std::size_t>(y) * painted.width + x];
+            }
+        }
+    }
 }
 
 nlohmann::json EvaluationReport::toJson() const {

@@ -4,12 +4,16 @@
 // NAME.json beside NAME.jpg (or .png, .heic, .heif) holds {"fields": [{"kind", "x", "y", "width",
 // "height"}]}, normalised to the image as a viewer shows it, origin top-left.
 
+#include "Bitmap.h"
+
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace cli {
 
@@ -28,6 +32,11 @@ struct EvaluationReport {
     std::vector<std::string> misses; // "IMAGE: kind (coverage)"
 
     double overMasking() const { return painted > 0 ? paintedOutside / painted : 0; }
+    // Adds one image: `painted` is the redacted image, `source` the same before masking, `fields` the
+    // annotation's list, and `toPainted` carries an annotation point into the painted image's pixels.
+    // A field's pixels are those whose centre lies inside its corners (or its box).
+    void score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted, const Bitmap& source,
+               const std::function<std::pair<double, double>(double, double)>& toPainted);
     nlohmann::json toJson() const;
     std::string toText() const;
 };

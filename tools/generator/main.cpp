@@ -5,7 +5,8 @@
 //
 // Usage: quorvel-generate --count N --seed S --out DIR [--portrait FACE.png]
 // Each image NNNN.jpg gets NNNN.json: {"fields": [{"kind", "x", "y", "width", "height"}]}, normalised
-// to the image as a viewer shows it (EXIF orientation applied), origin top-left.
+// to the image as a viewer shows it (EXIF orientation applied), origin top-left. A field of a tilted
+// card also has "corners": its four corners [[x, y], ...] in the same units, clockwise from top-left.
 
 #include "ImageDecoder.h"
 #include "TestImages.h"
@@ -142,7 +143,8 @@ QString padded(QString s, int length) { return s.leftJustified(length, QLatin1Ch
 
 struct Field {
     QString kind;
-    QRectF box; // card pixels
+    QRectF box;          // card pixels, then the bounding box in the photograph
+    QPolygonF quad = {}; // the field's four corners in the photograph, once it is tilted
 };
 
 class Card {
@@ -287,7 +289,8 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
             card.fields.push_back({QString::fromLatin1(value.second), card.text(x, y, value.first, size, true)});
             y += size * 1.85;
         }
-        card.barcode(QRectF(1120, 700, 420, 170), ZXing::BarcodeFormat::PDF417,
+        // Below the last row, clear of the address however long it is.
+        card.barcode(QRectF(1120, y - size * 1.2, 420, 170), ZXing::BarcodeFormat::PDF417,
                      (zoneName(p.surnameLatin) + QLatin1Char(' ') + number + QLatin1Char(' ') + zoneDate(birth)).toStdString());
     } else {
         const QRectF photo = page ? QRectF(60, 200, 420, 540) : QRectF(50, 150, 380, 490);
@@ -384,7 +387,9 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
         p.fillRect(photo.rect(), light);
         p.end();
         for (Field& f : fields) {
-            f.box = tilt.map(QPolygonF(f.box)).boundingRect();
+            // A tilted field's bounding box holds table and neighbours too; its corners say exactly where it is.
+            f.quad = tilt.map(QPolygonF(f.box));
+            f.box = f.quad.boundingRect();
         }
         result = photo;
     } else if (kindOfLook < 6) {
@@ -480,11 +485,19 @@ int main(int argc, char** argv) {
         QJsonArray truth;
         for (const Field& f : fields) {
             const QRectF b = f.box.intersected(QRectF(0, 0, shown.width(), shown.height()));
-            truth.append(QJsonObject{{"kind", f.kind},
-                                     {"x", b.x() / shown.width()},
-                                     {"y", b.y() / shown.height()},
-                                     {"width", b.width() / shown.width()},
-                                     {"height", b.height() / shown.height()}});
+            QJsonObject entry{{"kind", f.kind},
+                              {"x", b.x() / shown.width()},
+                              {"y", b.y() / shown.height()},
+                              {"width", b.width() / shown.width()},
+                              {"height", b.height() / shown.height()}};
+            if (!f.quad.isEmpty()) {
+                QJsonArray corners;
+                for (const QPointF& c : f.quad.first(4)) {
+                    corners.append(QJsonArray{c.x() / shown.width(), c.y() / shown.height()});
+                }
+                entry.insert("corners", corners);
+            }
+            truth.append(entry);
         }
         // "about" is for reading the misses; the evaluation needs only "fields".
         static const char* kindNames[] = {"passport", "idFront", "idBack", "licence", "permit"};
