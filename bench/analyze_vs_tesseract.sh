@@ -18,5 +18,5 @@ measure() {
     rm -f "$photo.times"
 }
 measure "quorvel-cli analyze" "$build/cli/quorvel-cli" analyze "$photo"
-measure "tesseract -l eng+rus" tesseract "$photo" - -l eng+rus
-measure "tesseract -l eng+rus, OMP_THREAD_LIMIT=1" env OMP_THREAD_LIMIT=1 tesseract "$photo" - -l eng+rus
+measure "tesseract -l eng+rus+ell" tesseract "$photo" - -l eng+rus+ell
+measure "tesseract -l eng+rus+ell, OMP_THREAD_LIMIT=1" env OMP_THREAD_LIMIT=1 tesseract "$photo" - -l eng+rus+ell

@@ -45,11 +45,15 @@ fs::path dataFolder() {
 // Models loaded for every page, by measured accuracy and speed (see BENCHMARKS.md): per-language
 // models of the two scripts most documents here are printed in. The longer side of the page is
 // recognised at this many pixels at most.
-const std::vector<std::string> loadedModels{"eng", "rus"};
+const std::vector<std::string> loadedModels{"eng", "rus", "ell"};
 constexpr int recognitionSide = 2000;
-// Faces are searched on a copy this large; a ghost portrait of 3% of a card's width is still about
-// 30 pixels wide there, above the cascade's 24-pixel window.
-constexpr int faceSide = 1200;
+// Zone lines are read again at this height in pixels, margins included: glyphs about 27 pixels high,
+// where the Latin model read generated zones best (against 64 pixels and the size as found).
+constexpr int zoneHeight = 40;
+// Faces are searched on a copy whose longer side is this large, enlarged when the photo is smaller:
+// a ghost portrait of 3% of a card's width is then about 45 pixels wide, its face well above the
+// cascade's 24-pixel window.
+constexpr int faceSide = 1600;
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
     return Box{static_cast<double>(left) / width, 1.0 - static_cast<double>(bottom) / height,
@@ -93,6 +97,8 @@ public:
                 return engine;
             }
         }
+        // The image library's own complaints about odd regions of a page are of no use to a user.
+        setMsgSeverity(L_SEVERITY_NONE);
         Engine engine(new tesseract::TessBaseAPI());
         // Dictionary correction off: identifiers and names are not words. Diagnostics go nowhere, so
         // that nothing of a document reaches a log.
@@ -126,8 +132,176 @@ EnginePool& pool() {
     return instance;
 }
 
+// Engines that read machine-readable zone lines, set up for that on every use.
+EnginePool& zoneReaders() {
+    static EnginePool instance;
+    return instance;
+}
+
 int utf16Length(const std::string& utf8) {
     return icu::UnicodeString::fromUTF8(utf8).length();
+}
+
+// A recognised word: its characters with their boxes, in the pixels of the recognised page.
+struct Word {
+    std::vector<std::pair<std::string, cv::Rect>> glyphs;
+    cv::Rect box;
+    float confidence = 0; // 0..1
+};
+
+// Text printed far apart on one row is separate text to a reader: two columns of captions, or a
+// name and the marks read off a ghost portrait beside it. The layout analysis sometimes joins such
+// words into one line; a gap wider than this many word heights parts them again.
+constexpr double columnGap = 3.0;
+
+std::vector<std::vector<Word>> columns(std::vector<Word>& words) {
+    std::vector<std::vector<Word>> pieces;
+    if (words.empty()) {
+        return pieces;
+    }
+    std::vector<int> heights;
+    for (const Word& w : words) {
+        heights.push_back(w.box.height);
+    }
+    std::nth_element(heights.begin(), heights.begin() + heights.size() / 2, heights.end());
+    const double widest = columnGap * heights[heights.size() / 2];
+    pieces.emplace_back();
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (i > 0 && words[i].box.x - (words[i - 1].box.x + words[i - 1].box.width) > widest) {
+            pieces.emplace_back();
+        }
+        pieces.back().push_back(std::move(words[i]));
+    }
+    return pieces;
+}
+
+// One line of text from words of a row: words joined by single blanks, the line's box the union of
+// its words', its confidence their mean.
+Line line(const std::vector<Word>& words, int cols, int rows) {
+    Line result;
+    cv::Rect box = words.front().box;
+    float confidence = 0;
+    for (const Word& w : words) {
+        box |= w.box;
+        confidence += w.confidence;
+    }
+    result.box = normalised(box.x, box.y, box.x + box.width, box.y + box.height, cols, rows);
+    result.confidence = confidence / static_cast<float>(words.size());
+    int offset = 0;
+    for (const Word& w : words) {
+        if (offset > 0) {
+            // The blank between two words covers the gap between their glyphs, so that the box of a
+            // range that ends or starts with it reaches the neighbouring word.
+            const Box& before = result.symbols.back().box;
+            const double left = before.x + before.width;
+            const double right = static_cast<double>(w.glyphs.front().second.x) / cols;
+            result.symbols.push_back(Symbol{offset, offset + 1, Box{left, result.box.y, std::max(0.0, right - left), result.box.height}});
+            result.text += ' ';
+            offset += 1;
+        }
+        for (const auto& [text, glyph] : w.glyphs) {
+            const int length = utf16Length(text);
+            result.symbols.push_back(Symbol{offset, offset + length, normalised(glyph.x, glyph.y, glyph.x + glyph.width,
+                                                                                glyph.y + glyph.height, cols, rows)});
+            result.text += text;
+            offset += length;
+        }
+    }
+    return result;
+}
+
+// The words of every text line the engine recognised, in reading order; glyph boxes are divided by
+// `scale` and moved by `origin`, so that they are in the pixels of the page.
+std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zone = false, cv::Point origin = {},
+                                         double scale = 1) {
+    std::vector<std::vector<Word>> lines;
+    std::unique_ptr<tesseract::ResultIterator> it(engine.GetIterator());
+    if (!it) {
+        return lines;
+    }
+    it->Begin();
+    do {
+        if (it->Empty(tesseract::RIL_TEXTLINE)) {
+            continue;
+        }
+        std::vector<Word> words;
+        do {
+            Word word;
+            bool blank = true;
+            do {
+                std::unique_ptr<char[]> symbol(it->GetUTF8Text(tesseract::RIL_SYMBOL));
+                if (!symbol) {
+                    continue;
+                }
+                int l = 0, t = 0, r = 0, b = 0;
+                it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
+                const cv::Rect glyph(origin.x + static_cast<int>(l / scale), origin.y + static_cast<int>(t / scale),
+                                     static_cast<int>((r - l) / scale), static_cast<int>((b - t) / scale));
+                word.box = word.glyphs.empty() ? glyph : (word.box | glyph);
+                word.glyphs.emplace_back(symbol.get(), glyph);
+                word.confidence += std::clamp(it->Confidence(tesseract::RIL_SYMBOL) / 100.0f, 0.0f, 1.0f);
+                blank = blank && word.glyphs.back().first.find_first_not_of(" \t") == std::string::npos;
+            } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) && it->Next(tesseract::RIL_SYMBOL));
+            // The engine rates a word holding a run of zone fillers 0 however sure it is of each
+            // character, so a zone's words are rated by their characters' mean.
+            word.confidence = zone ? word.confidence / static_cast<float>(std::max<std::size_t>(1, word.glyphs.size()))
+                                   : std::clamp(it->Confidence(tesseract::RIL_WORD) / 100.0f, 0.0f, 1.0f);
+            // Codes and pictures leave words of blanks with no character; they are no text.
+            if (!blank) {
+                words.push_back(std::move(word));
+            }
+        } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) && it->Next(tesseract::RIL_WORD));
+        if (!words.empty()) {
+            lines.push_back(std::move(words));
+        }
+    } while (it->Next(tesseract::RIL_TEXTLINE));
+    return lines;
+}
+
+// A line with two or more fillers is a machine-readable zone line. The Greek model reads the filler
+// as a guillemet.
+bool zoneLike(const std::vector<Word>& words) {
+    std::size_t fillers = 0;
+    for (const Word& w : words) {
+        for (const auto& glyph : w.glyphs) {
+            fillers += glyph.first == "<" || glyph.first == "\u00AB" || glyph.first == "\u2039";
+        }
+    }
+    return fillers >= 2;
+}
+
+// Zone lines are printed in OCR-B, which the page's models read poorly, the more so with Cyrillic
+// loaded (its look-alikes win). The zone's alphabet is known and Latin, so such a line is read once
+// more on its own, by a Latin model held to that alphabet, at the height it reads best. The page's
+// reading is kept unless the zone reading still looks like a zone.
+std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
+    cv::Rect box = words.front().box;
+    for (const Word& w : words) {
+        box |= w.box;
+    }
+    const int margin = box.height / 4;
+    const cv::Rect crop = cv::Rect(box.x - margin, box.y - margin, box.width + 2 * margin, box.height + 2 * margin) &
+                          cv::Rect(0, 0, page.cols, page.rows);
+    if (crop.empty()) {
+        return words;
+    }
+    const double scale = static_cast<double>(zoneHeight) / crop.height;
+    cv::Mat grey, sized;
+    cv::cvtColor(page(crop), grey, cv::COLOR_RGB2GRAY);
+    cv::resize(grey, sized, cv::Size(), scale, scale, scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
+    Engine engine = zoneReaders().take("eng");
+    engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
+    engine->SetVariable("tessedit_char_whitelist", "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789<");
+    engine->SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
+    std::vector<std::vector<Word>> read;
+    if (engine->Recognize(nullptr) == 0) {
+        read = textLines(*engine, true, crop.tl(), scale);
+    }
+    zoneReaders().give("eng", std::move(engine));
+    if (read.size() == 1 && zoneLike(read.front())) {
+        return std::move(read.front());
+    }
+    return words;
 }
 
 std::vector<Line> recognizeText(const Bitmap& image, const std::string& languages) {
@@ -139,62 +313,18 @@ std::vector<Line> recognizeText(const Bitmap& image, const std::string& language
     if (engine->Recognize(nullptr) != 0) {
         throw RecognitionError("text recognition failed");
     }
-    std::vector<Line> lines;
-    std::unique_ptr<tesseract::ResultIterator> it(engine->GetIterator());
-    if (it) {
-        it->Begin();
-        do {
-            if (it->Empty(tesseract::RIL_TEXTLINE)) {
-                continue;
-            }
-            Line line;
-            int l = 0, t = 0, r = 0, b = 0;
-            it->BoundingBox(tesseract::RIL_TEXTLINE, &l, &t, &r, &b);
-            line.box = normalised(l, t, r, b, page.cols, page.rows);
-            line.confidence = std::clamp(it->Confidence(tesseract::RIL_TEXTLINE) / 100.0f, 0.0f, 1.0f);
-            int offset = 0;
-            bool firstWord = true;
-            bool spacePending = false;
-            do {
-                if (!firstWord) {
-                    line.text += ' ';
-                    offset += 1;
-                    spacePending = true;
-                }
-                firstWord = false;
-                do {
-                    std::unique_ptr<char[]> symbol(it->GetUTF8Text(tesseract::RIL_SYMBOL));
-                    if (!symbol) {
-                        continue;
-                    }
-                    const std::string text(symbol.get());
-                    it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
-                    const Box box = normalised(l, t, r, b, page.cols, page.rows);
-                    if (spacePending && !line.symbols.empty()) {
-                        // The blank between two words covers the gap between their glyphs, so that the box of
-                        // a range that ends or starts with it reaches the neighbouring word.
-                        const Box& before = line.symbols.back().box;
-                        const double left = before.x + before.width;
-                        line.symbols.push_back(Symbol{offset - 1, offset,
-                                                      Box{left, line.box.y, std::max(0.0, box.x - left), line.box.height}});
-                    }
-                    spacePending = false;
-                    const int length = utf16Length(text);
-                    line.symbols.push_back(Symbol{offset, offset + length, box});
-                    line.text += text;
-                    offset += length;
-                } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) &&
-                         it->Next(tesseract::RIL_SYMBOL));
-            } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) &&
-                     it->Next(tesseract::RIL_WORD));
-            // Codes and pictures leave "lines" of blanks with no character; they are no text.
-            if (!line.symbols.empty()) {
-                lines.push_back(std::move(line));
-            }
-        } while (it->Next(tesseract::RIL_TEXTLINE));
-    }
-    it.reset();
+    std::vector<std::vector<Word>> read = textLines(*engine);
     pool().give(languages, std::move(engine));
+    std::vector<Line> lines;
+    for (std::vector<Word>& words : read) {
+        if (zoneLike(words)) {
+            lines.push_back(line(zoneLine(page, words), page.cols, page.rows));
+            continue;
+        }
+        for (const auto& piece : columns(words)) {
+            lines.push_back(line(piece, page.cols, page.rows));
+        }
+    }
     return lines;
 }
 
@@ -204,12 +334,17 @@ std::vector<Box> detectFaces(const Bitmap& image) {
     if (cascade.empty() && !cascade.load(cascadeFile.string())) {
         throw RecognitionError("face detection could not load " + cascadeFile.string());
     }
-    const cv::Mat small = reduced(image, faceSide);
+    const double scale = static_cast<double>(faceSide) / std::max(image.width, image.height);
+    cv::Mat sized;
+    cv::resize(wrap(image), sized, cv::Size(), scale, scale, scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
     cv::Mat grey;
-    cv::cvtColor(small, grey, cv::COLOR_RGB2GRAY);
-    cv::equalizeHist(grey, grey);
+    cv::cvtColor(sized, grey, cv::COLOR_RGB2GRAY);
+    // Local contrast rather than a whole-image histogram: a pale card page stretched as a whole
+    // washes the portrait out, and the cascade then misses most faces on flat scans.
+    cv::createCLAHE(2.0, cv::Size(8, 8))->apply(grey, grey);
     std::vector<cv::Rect> found;
-    cascade.detectMultiScale(grey, found, 1.1, 4, 0, cv::Size(24, 24));
+    // Six neighbours keep guilloche patterns and lettering from passing for faces.
+    cascade.detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(24, 24));
     std::vector<Box> faces;
     for (const cv::Rect& r : found) {
         faces.push_back(normalised(r.x, r.y, r.x + r.width, r.y + r.height, grey.cols, grey.rows));

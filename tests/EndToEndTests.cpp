@@ -3,9 +3,11 @@
 #include "DrawnDocuments.h"
 #include "ImageDecoder.h"
 #include "ImagePipeline.h"
+#include "Recognition.h"
 #include "TestImages.h"
 
 #include <QGuiApplication>
+#include <QPainter>
 #include <gtest/gtest.h>
 
 using namespace testing_support;
@@ -100,6 +102,48 @@ TEST_F(EndToEnd, ThePortraitIsFoundAndMasked) {
     const auto faces = std::count_if(analysis.regions.begin(), analysis.regions.end(),
                                      [](const RedactionRegion& r) { return r.kind == FieldKind::face; });
     EXPECT_EQ(faces, 1);
+}
+
+TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
+    const DrawnDocument card = bilingualCard();
+    const auto result = platform::Recognition::recognize(card.image, {"en-US", "ru-RU"});
+    std::vector<std::string> zone;
+    for (const auto& line : result.lines) {
+        if (std::count(line.text.begin(), line.text.end(), '<') >= 2) {
+            zone.push_back(line.text);
+        }
+    }
+    ASSERT_EQ(zone.size(), 2u);
+    for (const std::string& line : zone) {
+        // Latin capitals, digits and fillers only: no Cyrillic look-alike slipped in.
+        EXPECT_EQ(line.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789<"), std::string::npos) << line;
+    }
+    EXPECT_EQ(zone[0].rfind("P<FRAMARTIN<<CLAIRE", 0), 0u) << zone[0];
+    EXPECT_EQ(zone[1].rfind("X4RTBPFW46FRA8507147F3301018", 0), 0u) << zone[1];
+}
+
+TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
+    QImage canvas(1600, 400, QImage::Format_RGB32);
+    canvas.fill(Qt::white);
+    QPainter p(&canvas);
+    QFont font("DejaVu Sans");
+    font.setPixelSize(40);
+    p.setFont(font);
+    p.setPen(Qt::black);
+    p.drawText(80, 200, "Date of birth");
+    p.drawText(1000, 200, "Date of expiry");
+    p.end();
+    const QImage rgb = canvas.convertToFormat(QImage::Format_RGB888);
+    Bitmap image(rgb.width(), rgb.height());
+    for (int row = 0; row < rgb.height(); ++row) {
+        std::memcpy(image.row(row), rgb.constScanLine(row), image.rowBytes());
+    }
+    const auto result = platform::Recognition::recognize(image, {"en-US"});
+    ASSERT_EQ(result.lines.size(), 2u);
+    EXPECT_EQ(result.lines[0].text, "Date of birth");
+    EXPECT_LT(result.lines[0].box.x + result.lines[0].box.width, 0.5);
+    EXPECT_EQ(result.lines[1].text, "Date of expiry");
+    EXPECT_GT(result.lines[1].box.x, 0.5);
 }
 
 int main(int argc, char** argv) {

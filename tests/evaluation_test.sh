@@ -17,7 +17,7 @@ python3 - "$scratch/report.json" <<'PY'
 import json, sys
 report = json.load(open(sys.argv[1]))
 # Fields fully masked, per kind, at least (seed 7, 8 images).
-floors = {"birthDate": 5, "expiryDate": 5, "face": 8, "issueDate": 3, "machineReadable": 7, "number": 5, "personName": 7, "address": 1}
+floors = {"birthDate": 7, "expiryDate": 7, "face": 13, "issueDate": 3, "machineReadable": 7, "number": 7, "personName": 9, "address": 2}
 failed = 0
 for kind, floor in floors.items():
     masked = report["kinds"].get(kind, {}).get("masked", 0)
@@ -27,8 +27,8 @@ for kind, floor in floors.items():
 if report["failedImages"]:
     print(f"FAILED: {report['failedImages']} images could not be processed")
     failed += 1
-if report["overMasking"] > 0.6:
-    print(f"FAILED: over-masking {report['overMasking']:.2f} above 0.60")
+if report["overMasking"] > 0.45:
+    print(f"FAILED: over-masking {report['overMasking']:.2f} above 0.45")
     failed += 1
 print(f"{len(floors) + 2 - failed} passed, {failed} failed")
 sys.exit(1 if failed else 0)
