@@ -4,6 +4,10 @@
 # image with the same models. Run from the project root after a build.
 set -euo pipefail
 build=${1:-build}
+if ! command -v tesseract >/dev/null; then
+    echo "the tesseract command is needed for the comparison: apt-get install tesseract-ocr" >&2
+    exit 1
+fi
 photo=$(mktemp --suffix=.jpg)
 trap 'rm -f "$photo"' EXIT
 "$build/tools/quorvel-specimen" --photo --portrait build-data/astronaut.png -o "$photo" 2>/dev/null
