@@ -42,9 +42,9 @@ fs::path dataFolder() {
     return "/usr/share/tesseract-ocr/5/tessdata";
 }
 
-// Models loaded for every page, by measured accuracy and speed (see BENCHMARKS.md): per-language
-// models of the two scripts most documents here are printed in. The longer side of the page is
-// recognised at this many pixels at most.
+// Models loaded for every page, by measured accuracy and speed (see BENCHMARKS.md and EVALUATION.md):
+// per-language models of the three scripts of the catalogue's documents. The longer side of the page
+// is recognised at this many pixels at most.
 const std::vector<std::string> loadedModels{"eng", "rus", "ell"};
 constexpr int recognitionSide = 2000;
 // Zone lines are read again at this height in pixels, margins included: glyphs about 27 pixels high,
