@@ -141,13 +141,21 @@ void AppModel::fail(const QString& message) {
     emit changed();
 }
 
-void AppModel::chooseFile() {
+// Opening waits for the running job and for the accepted terms; the consent sheet shows otherwise.
+bool AppModel::mayOpen() {
     if (busy_) {
-        return;
+        return false;
     }
     if (needsConsent()) {
         showingConsent_ = true;
         emit changed();
+        return false;
+    }
+    return true;
+}
+
+void AppModel::chooseFile() {
+    if (!mayOpen()) {
         return;
     }
     if (const auto file = dialogs_.chooseOpenFile(texts().choosePhoto)) {
@@ -180,12 +188,7 @@ void AppModel::start(std::function<Result()> work, Apply apply) {
 }
 
 void AppModel::load(const QString& file) {
-    if (busy_) {
-        return;
-    }
-    if (needsConsent()) {
-        showingConsent_ = true;
-        emit changed();
+    if (!mayOpen()) {
         return;
     }
     const bool pdf = isPdfPath(file);

@@ -81,6 +81,7 @@ signals:
     void changed();
 
 private:
+    bool mayOpen();
     struct Result {
         std::shared_ptr<const Bitmap> original;
         std::optional<Analysis> analysis;
