@@ -19,6 +19,8 @@ public:
     QAction* save() const { return save_; }
     QAction* close() const { return close_; }
     QAction* undo() const { return undo_; }
+    QAction* quit() const { return quit_; }
+    QAction* about() const { return about_; }
 
     void addMenus(QMenuBar& menus);
     // Titles from the model's language, enabled states from its state.
@@ -30,6 +32,9 @@ private:
     QAction* save_;
     QAction* close_;
     QAction* undo_;
+    QAction* quit_;
+    QAction* about_;
     class QMenu* fileMenu_ = nullptr;
     class QMenu* editMenu_ = nullptr;
+    class QMenu* helpMenu_ = nullptr;
 };

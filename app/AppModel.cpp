@@ -10,6 +10,7 @@
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -60,7 +61,6 @@ void AppModel::show(Result& result) {
 
 AppModel::AppModel(AppDialogs& dialogs, QObject* parent)
     : QObject(parent), dialogs_(dialogs), language_(AppLanguages::detected()), generation_(Uuid::random()) {
-    status_ = texts().localOnly;
     showingConsent_ = needsConsent();
 }
 
@@ -134,7 +134,7 @@ void AppModel::clearError() {
     emit changed();
 }
 
-void AppModel::setStatus(QString L10n::*text) { status_ = texts().*text; }
+void AppModel::setStatus(QString L10n::*text) { status_ = text; }
 
 void AppModel::fail(const QString& message) {
     error_ = message;
@@ -166,14 +166,18 @@ void AppModel::chooseFile() {
 void AppModel::start(std::function<Result()> work, Apply apply) {
     auto* watcher = new QFutureWatcher<Result>(this);
     const Uuid generation = generation_;
+    ++runningJobs_;
     connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher, generation, apply] {
         watcher->deleteLater();
-        if (generation != generation_) {
-            return; // superseded: write nothing at all
+        --runningJobs_;
+        if (generation == generation_) { // a superseded result writes nothing at all
+            Result result = watcher->result();
+            apply(result);
+            emit changed();
         }
-        Result result = watcher->result();
-        apply(result);
-        emit changed();
+        if (runningJobs_ == 0) {
+            emit idle();
+        }
     });
     worker_ = watcher;
     watcher->setFuture(QtConcurrent::run([work = std::move(work)]() -> Result {
@@ -192,7 +196,8 @@ void AppModel::load(const QString& file) {
         return;
     }
     const bool pdf = isPdfPath(file);
-    clear();
+    // Busy before anyone hears of the change, so that a listener cannot start a second load inside this one.
+    reset();
     sourceFile_ = file;
     isPDF_ = pdf;
     busy_ = true;
@@ -329,6 +334,11 @@ void AppModel::exportCopy() {
 }
 
 void AppModel::clear() {
+    reset();
+    emit changed();
+}
+
+void AppModel::reset() {
     generation_ = Uuid::random();
     // The running work, if any, goes on to its end; its result no longer matches the generation and is
     // dropped when it arrives.
@@ -345,7 +355,6 @@ void AppModel::clear() {
     busy_ = isPDF_ = false;
     policy_ = RedactionPolicy{};
     setStatus(&L10n::localOnly);
-    emit changed();
 }
 
 void AppModel::zoomIn() {
@@ -364,4 +373,21 @@ void AppModel::acceptConsent() {
     settings.sync();
     showingConsent_ = false;
     emit changed();
+    // Taken before loading: loading announces changes, and a listener may ask to open again.
+    if (const std::optional<QString> file = std::exchange(pendingFile_, std::nullopt)) {
+        load(*file);
+    }
+}
+
+void AppModel::declineConsent() {
+    pendingFile_.reset();
+    emit quitRequested();
+}
+
+void AppModel::openAtStart(const QString& file) {
+    if (showingConsent_) {
+        pendingFile_ = file;
+        return;
+    }
+    load(file);
 }

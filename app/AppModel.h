@@ -41,13 +41,16 @@ public:
     const RedactionPolicy& policy() const { return policy_; }
     const std::vector<RedactionRegion>& manualRegions() const { return manualRegions_; }
     bool busy() const { return busy_; }
-    const QString& status() const { return status_; }
+    // In the current language, also when the language changes after the status was set.
+    QString status() const { return texts().*status_; }
     const std::optional<QString>& error() const { return error_; }
     bool reviewed() const { return reviewed_; }
     bool showOriginal() const { return showOriginal_; }
     bool manualMode() const { return manualMode_; }
     double zoom() const { return zoom_; }
     bool showingConsent() const { return showingConsent_; }
+    // Worker jobs still running, superseded ones included; zero means no result can still arrive.
+    int runningJobs() const { return runningJobs_; }
 
     // Derived values.
     std::vector<RedactionRegion> activeRegions() const;
@@ -75,13 +78,22 @@ public:
     void zoomIn();
     void zoomOut();
     void acceptConsent();
+    // The person does not accept the terms: nothing is stored and the program ends.
+    void declineConsent();
+    // A file named at start (the file manager's "Open with"): opened now, or once the terms are accepted.
+    void openAtStart(const QString& file);
 
 signals:
     // Any published value changed.
     void changed();
+    // The last running job has ended (its result applied or dropped).
+    void idle();
+    void quitRequested();
 
 private:
     bool mayOpen();
+    // Back to no document, without telling the views.
+    void reset();
     struct Result {
         std::shared_ptr<const Bitmap> original;
         std::optional<Analysis> analysis;
@@ -111,13 +123,15 @@ private:
     RedactionPolicy policy_;
     std::vector<RedactionRegion> manualRegions_;
     bool busy_ = false;
-    QString status_;
+    QString L10n::*status_ = &L10n::localOnly;
     std::optional<QString> error_;
     bool reviewed_ = false;
     bool showOriginal_ = false;
     bool manualMode_ = false;
     double zoom_ = 1.0;
     bool showingConsent_ = false;
+    int runningJobs_ = 0;
+    std::optional<QString> pendingFile_;
 
     Uuid generation_;
     std::optional<QString> sourceFile_;

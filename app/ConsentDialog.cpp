@@ -17,7 +17,9 @@
 ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent), model_(model) {
     const bool russian = model.language() == AppLanguage::ru;
     setWindowTitle(QStringLiteral("Quorvel"));
-    setWindowModality(Qt::WindowModal);
+    // Not modal: a modal sheet blocks the window's close button and its Quit; the window disables its
+    // content while the sheet is up instead, and raises the sheet whenever it is activated.
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedWidth(540);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(28, 28, 28, 28);
@@ -73,6 +75,11 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
         model_.acceptConsent();
         accept();
     });
+}
+
+void ConsentDialog::reject() {
+    model_.declineConsent();
+    QDialog::reject();
 }
 
 QString ConsentDialog::resourcePath(const QString& name) {

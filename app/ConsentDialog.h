@@ -21,7 +21,8 @@ public:
     QCheckBox* acceptBox() const { return accept_; }
 
 protected:
-    void reject() override {} // a sheet: it goes away only by accepting
+    // Escape or the sheet's close button: the terms are not accepted, and the program ends.
+    void reject() override;
 
 private:
     AppModel& model_;

@@ -107,8 +107,7 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     toolbar->addAction(actions_.open());
     actions_.addMenus(*menuBar());
     // The version the package and `quorvel --version` report.
-    QAction* about = menuBar()->addMenu(QStringLiteral("&?"))->addAction(QStringLiteral("Quorvel"));
-    connect(about, &QAction::triggered, this, [this] {
+    connect(actions_.about(), &QAction::triggered, this, [this] {
         QMessageBox::about(this, QStringLiteral("Quorvel"),
                            QStringLiteral("Quorvel ") + QCoreApplication::applicationVersion() + QStringLiteral("\n") +
                                model_.texts().appVersion + QStringLiteral("\n\n") + model_.texts().offlineBody);
@@ -451,6 +450,8 @@ void MainWindow::refresh() {
 
     localBadge_->setText(t.localOnly);
     actions_.open()->setIconText(t.open);
+    // Nothing behind the terms sheet takes input until they are accepted.
+    centralWidget()->setEnabled(!model_.showingConsent());
     refreshSidebar();
 
     title_->setText(analysis ? QString::fromStdString(analysis->documentType) : t.prepare);
@@ -584,7 +585,9 @@ void MainWindow::showPendingDialogs() {
     if (model_.showingConsent() && !consent_) {
         consent_ = new ConsentDialog(model_, this);
         consent_->setAttribute(Qt::WA_DeleteOnClose);
-        consent_->open();
+        // The window's own shortcuts are blocked behind the sheet; Quit must still reach it.
+        consent_->addAction(actions_.quit());
+        consent_->show();
     }
     if (model_.error() && !alert_) {
         const L10n t = model_.texts();
@@ -609,4 +612,20 @@ void MainWindow::dropEvent(QDropEvent* event) {
         model_.load(urls.first().toLocalFile());
         event->acceptProposedAction();
     }
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    // A click on the window must not leave the sheet hidden behind it.
+    if (event->type() == QEvent::ActivationChange && isActiveWindow() && consent_ && consent_->isVisible()) {
+        consent_->raise();
+        consent_->activateWindow();
+    }
+    QMainWindow::changeEvent(event);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (consent_ && consent_->isVisible()) {
+        model_.declineConsent();
+    }
+    QMainWindow::closeEvent(event);
 }

@@ -83,25 +83,17 @@ int main(int argc, char** argv) {
     AppActions actions(model, &app);
     MainWindow window(model, actions);
     dialogs.setParent(&window);
+    QObject::connect(&model, &AppModel::quitRequested, &app, &QApplication::quit, Qt::QueuedConnection);
     window.show();
+    // Started from a terminal or a file manager, the window comes to the front.
+    window.raise();
+    window.activateWindow();
 
     // The file named at start opens now, or once the terms are accepted.
     const QStringList files = options.positionalArguments();
     if (!files.isEmpty()) {
         const QString file = files.first();
-        QTimer::singleShot(0, &window, [&model, file] {
-            if (!model.showingConsent()) {
-                model.load(file);
-                return;
-            }
-            auto* waiting = new QObject(&model);
-            QObject::connect(&model, &AppModel::changed, waiting, [&model, file, waiting] {
-                if (!model.showingConsent()) {
-                    waiting->deleteLater();
-                    model.load(file);
-                }
-            });
-        });
+        QTimer::singleShot(0, &window, [&model, file] { model.openAtStart(file); });
     }
     if (options.isSet(screenshot)) {
         screenshotWhenSettled(window, model, options.value(screenshot));

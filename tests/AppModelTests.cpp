@@ -146,6 +146,10 @@ protected:
     bool settle(int timeoutMs = 60000) {
         return QTest::qWaitFor([&] { return !model->busy(); }, timeoutMs);
     }
+    // Until every job has ended, superseded ones included: no result can arrive after this.
+    bool drain(AppModel& which, int timeoutMs = 60000) {
+        return QTest::qWaitFor([&] { return which.runningJobs() == 0; }, timeoutMs);
+    }
 
     TempDir dir;
     ScriptedDialogs dialogs;
@@ -161,8 +165,7 @@ TEST_F(Model, ASupersededLoadShowsOnlyTheSecondDocument) {
     EXPECT_TRUE(model->busy());
     model->clear();
     model->load(second);
-    ASSERT_TRUE(settle());
-    QTest::qWait(300); // the first result, if still on its way, must change nothing
+    ASSERT_TRUE(drain(*model)); // the first result, arriving late, must change nothing
     ASSERT_TRUE(model->original());
     EXPECT_EQ(model->original()->width, 300);
     EXPECT_EQ(model->status(), L10n(AppLanguage::en).ready);
@@ -172,7 +175,8 @@ TEST_F(Model, ASupersededLoadShowsOnlyTheSecondDocument) {
 TEST_F(Model, AClearedLoadLeavesTheModelEmptyWithoutError) {
     model->load(file("a.jpg", patterned(640, 400)));
     model->clear();
-    QTest::qWait(1500);
+    EXPECT_EQ(model->runningJobs(), 1);
+    ASSERT_TRUE(drain(*model));
     EXPECT_FALSE(model->original());
     EXPECT_FALSE(model->busy());
     EXPECT_FALSE(model->error());
@@ -279,6 +283,50 @@ TEST_F(Model, ConsentIsAskedUntilTheCurrentVersionIsAccepted) {
     fresh.chooseFile();
     EXPECT_TRUE(fresh.showingConsent());
     EXPECT_EQ(dialogs.openAnswers.size(), 1u); // no panel was shown
+}
+
+TEST_F(Model, AFileGivenAtFirstStartIsAnalysedOnceTheTermsAreAccepted) {
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).remove(QStringLiteral("consent.version"));
+    AppModel fresh(dialogs);
+    int finished = 0;
+    QObject::connect(&fresh, &AppModel::idle, [&] { ++finished; });
+    const QString start = file("start.jpg", patterned(500, 320));
+    // A listener that opens the file whenever nothing is open and nothing runs must see the load
+    // already running when it first hears of it, or loads nest until the stack is gone.
+    QObject::connect(&fresh, &AppModel::changed, [&] {
+        if (!fresh.showingConsent() && !fresh.busy() && !fresh.original()) {
+            fresh.openAtStart(start);
+        }
+    });
+    fresh.openAtStart(start);
+    EXPECT_FALSE(fresh.busy());
+    EXPECT_EQ(fresh.runningJobs(), 0);
+    fresh.acceptConsent();
+    EXPECT_TRUE(fresh.busy());
+    ASSERT_TRUE(drain(fresh));
+    EXPECT_EQ(finished, 1);
+    ASSERT_TRUE(fresh.original());
+    EXPECT_EQ(fresh.original()->width, 500);
+    EXPECT_FALSE(fresh.error());
+}
+
+TEST_F(Model, DecliningTheTermsAsksToQuitAndStoresNothing) {
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).remove(QStringLiteral("consent.version"));
+    AppModel fresh(dialogs);
+    bool quit = false;
+    QObject::connect(&fresh, &AppModel::quitRequested, [&] { quit = true; });
+    fresh.openAtStart(file("start.jpg", patterned(500, 320)));
+    fresh.declineConsent();
+    EXPECT_TRUE(quit);
+    EXPECT_EQ(fresh.runningJobs(), 0);
+    EXPECT_FALSE(QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).contains(QStringLiteral("consent.version")));
+}
+
+TEST_F(Model, TheStatusFollowsTheLanguageBeforeAnyLoad) {
+    model->setLanguage(AppLanguage::de);
+    EXPECT_EQ(model->status(), L10n(AppLanguage::de).localOnly);
+    model->setLanguage(AppLanguage::en);
+    EXPECT_EQ(model->status(), L10n(AppLanguage::en).localOnly);
 }
 
 TEST_F(Model, ZoomStepsBetweenOneAndFour) {

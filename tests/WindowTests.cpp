@@ -5,6 +5,7 @@
 #include "ConsentDialog.h"
 #include "ImageCanvas.h"
 #include "MainWindow.h"
+#include "PngCodec.h"
 #include "TestImages.h"
 
 #include <QAction>
@@ -27,7 +28,8 @@ public:
         ++opened;
         return answer;
     }
-    std::optional<QString> chooseSaveFile(const QString&, const QString&, bool) override { return std::nullopt; }
+    std::optional<QString> saveAnswer;
+    std::optional<QString> chooseSaveFile(const QString&, const QString&, bool) override { return saveAnswer; }
 };
 
 void setConsent(bool given) {
@@ -161,6 +163,52 @@ TEST_F(Window, TheConsentSheetBlocksOpeningUntilAccepted) {
               QStringLiteral("2026-09-18"));
     actions->open()->trigger();
     EXPECT_EQ(dialogs.opened, 1);
+}
+
+TEST_F(Window, FirstStartWithAFileWalksFromTheTermsToTheSavedCopy) {
+    writeBytes(dir / "card.jpg", encodeJpeg(patterned(640, 400)));
+    open(false);
+    int finished = 0;
+    QObject::connect(model.get(), &AppModel::idle, [&] { ++finished; });
+    model->openAtStart(QString::fromStdString((dir / "card.jpg").string()));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
+    EXPECT_FALSE(window->centralWidget()->isEnabled());
+    ConsentDialog* sheet = window->consentDialog();
+    QTest::mouseClick(sheet->acceptBox(), Qt::LeftButton, {}, QPoint(8, sheet->acceptBox()->height() / 2));
+    QTest::mouseClick(sheet->continueButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->runningJobs() == 0 && model->original(); }, 60000));
+    EXPECT_EQ(finished, 1);
+    EXPECT_TRUE(window->centralWidget()->isEnabled());
+
+    model->setManualMode(true);
+    drag({0.1, 0.1}, {0.4, 0.5});
+    ASSERT_EQ(model->manualRegions().size(), 1u);
+    QTest::mouseClick(window->reviewBox(), Qt::LeftButton, {}, QPoint(8, window->reviewBox()->height() / 2));
+    dialogs.saveAnswer = QString::fromStdString((dir / "clean.png").string());
+    actions->save()->trigger();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->runningJobs() == 0; }, 30000));
+    EXPECT_FALSE(model->error());
+    const Bitmap saved = platform::PngCodec::decode(readBytes(dir / "clean.png"));
+    EXPECT_EQ(saved.width, 640);
+    const std::uint8_t* masked = saved.at(160, 120);
+    EXPECT_EQ(masked[0] + masked[1] + masked[2], 0);
+}
+
+TEST_F(Window, TheTermsSheetCanBeLeftWithEscapeOrQuit) {
+    for (bool escape : {true, false}) {
+        open(false);
+        bool quit = false;
+        QObject::connect(model.get(), &AppModel::quitRequested, [&] { quit = true; });
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
+        if (escape) {
+            QTest::keyClick(window->consentDialog(), Qt::Key_Escape);
+        } else {
+            QTest::keyClick(window->consentDialog(), Qt::Key_Q, Qt::ControlModifier);
+        }
+        EXPECT_TRUE(quit) << (escape ? "Escape" : "Ctrl+Q");
+        EXPECT_TRUE(model->showingConsent());
+        window.reset();
+    }
 }
 
 int main(int argc, char** argv) {
