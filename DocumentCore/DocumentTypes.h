@@ -159,6 +159,8 @@ struct LoadedDocument {
     Bitmap image;
     std::optional<std::string> software;
     CenteringResult centering;
+    // Quarter turns clockwise that brought a page photographed on its side or upside down upright.
+    int quarterTurns = 0;
 };
 
 struct Analysis {
@@ -169,6 +171,10 @@ struct Analysis {
     int recognizedLines = 0;
     CountryDetection country;
     std::vector<std::string> unavailableOCRLanguages;
+    // The machine-readable zone as read, corrected by its layout when `zoneValid`; empty without one.
+    // Held for the evaluation and never written anywhere.
+    std::vector<std::string> zone;
+    bool zoneValid = false;
 
     bool operator==(const Analysis&) const = default;
 };

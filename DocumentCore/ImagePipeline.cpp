@@ -3,6 +3,7 @@
 #include "CountryCatalog.h"
 #include "DocumentOutline.h"
 #include "FieldDetector.h"
+#include "MachineZone.h"
 #include "OCRLanguages.h"
 #include "UnicodeText.h"
 #include "FileSystem.h"
@@ -125,7 +126,16 @@ LoadedDocument load(const std::filesystem::path& file) {
         throw DocumentError(DocumentError::invalidImage);
     }
     Centered centered = centerDocument(std::move(upright));
-    return LoadedDocument{std::move(centered.image), properties.software, centered.result};
+    Upright turned = turnUpright(std::move(centered.image));
+    return LoadedDocument{std::move(turned.image), properties.software, centered.result, turned.quarterTurns};
+}
+
+Upright turnUpright(Bitmap image) {
+    const int turns = platform::Recognition::uprightTurns(image);
+    if (turns == 0) {
+        return Upright{std::move(image), 0};
+    }
+    return Upright{platform::Recognition::turned(image, turns), turns};
 }
 
 Centered centerDocument(Bitmap image) {
@@ -182,6 +192,22 @@ void appendSpans(const platform::Recognition::Line& line, bool drivingLicence, s
     }
 }
 
+// The zone put right by its layout and check digits, so that country, risk and fields all see it as
+// printed; a zone that cannot be made consistent stays as it was read.
+std::optional<MachineZone::Found> correctZone(std::vector<platform::Recognition::Line>& lines) {
+    std::vector<std::string> texts;
+    for (const auto& line : lines) {
+        texts.push_back(line.text);
+    }
+    std::optional<MachineZone::Found> zone = MachineZone::find(texts);
+    if (zone && zone->valid) {
+        for (std::size_t i = 0; i < zone->lines.size(); ++i) {
+            lines[zone->first + i].text = zone->lines[i];
+        }
+    }
+    return zone;
+}
+
 } // namespace
 
 Analysis assemble(const AssemblyInput& input) {
@@ -190,14 +216,16 @@ Analysis assemble(const AssemblyInput& input) {
     constexpr double faceMarginY = 0.018;
     constexpr int lowResolutionSide = 699;
 
+    std::vector<platform::Recognition::Line> recognised = input.recognition.lines;
+    const std::optional<MachineZone::Found> zone = correctZone(recognised);
     std::vector<TextRegion> lines;
-    for (const auto& line : input.recognition.lines) {
+    for (const auto& line : recognised) {
         lines.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
     }
     const CountryDetection country = CountryCatalog::detect(lines);
     const bool drivingLicence = FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType;
     std::vector<TextRegion> spans;
-    for (const auto& line : input.recognition.lines) {
+    for (const auto& line : recognised) {
         appendSpans(line, drivingLicence, spans);
     }
     FieldDetector::Detection detection = FieldDetector::detect(spans);
@@ -212,6 +240,11 @@ Analysis assemble(const AssemblyInput& input) {
     }
     for (const auto& barcode : input.recognition.barcodes) {
         regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(barcode), Uuid::random(),
+                                          FieldEvidence::vision});
+    }
+    // The zone as the image shows it covers what the regions of its recognised lines leave.
+    for (const auto& zone : input.recognition.zones) {
+        regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(zone), Uuid::random(),
                                           FieldEvidence::vision});
     }
 
@@ -259,7 +292,9 @@ Analysis assemble(const AssemblyInput& input) {
                     RiskEngine::assess(lines, input.software, input.image),
                     static_cast<int>(spans.size()),
                     country,
-                    unavailable};
+                    unavailable,
+                    zone ? zone->lines : std::vector<std::string>{},
+                    zone && zone->valid};
 }
 
 Analysis analyze(const LoadedDocument& document) {

@@ -11,7 +11,7 @@ namespace ImagePipeline {
 
 // Refuses files over 80 MB, containers other than JPEG, PNG, HEIC and HEIF (decided by content), and
 // images over 20,000 pixels a side or 50,000,000 in all, all before pixels are decoded; then decodes
-// upright at full size and centres the document. Errors of the file system pass through unchanged.
+// upright at full size, centres the document and turns it so that its text reads upright. Errors of the file system pass through unchanged.
 LoadedDocument load(const std::filesystem::path& file);
 
 struct Centered {
@@ -21,6 +21,14 @@ struct Centered {
 
 // Straightens the photo when one confident document outline lies well inside the frame.
 Centered centerDocument(Bitmap image);
+
+struct Upright {
+    Bitmap image;
+    int quarterTurns = 0;
+};
+
+// The page turned by quarter turns so that its text reads upright, judged from its text lines.
+Upright turnUpright(Bitmap image);
 
 // A recognition box (normalised, origin bottom-left) in the system's top-left space.
 Rect topLeft(const Rect& bottomLeftBox) noexcept;

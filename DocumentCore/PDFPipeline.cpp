@@ -67,8 +67,9 @@ ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy,
         if (!page) {
             throw DocumentError(DocumentError::invalidImage);
         }
-        // PDF pages are never perspective-centred.
-        LoadedDocument loaded{std::move(*page), std::nullopt, CenteringResult{false, 0}};
+        // PDF pages are never perspective-centred, but a page scanned sideways is turned upright.
+        ImagePipeline::Upright upright = ImagePipeline::turnUpright(std::move(*page));
+        LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0}, upright.quarterTurns};
         Analysis analysis = ImagePipeline::analyze(loaded);
         Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy);
         result.pages.push_back(PDFPageResult{index, std::move(loaded.image), std::move(cleaned), std::move(analysis)});

@@ -130,6 +130,7 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
     }
     input.recognition.faces = boxes(document, "faces", source);
     input.recognition.barcodes = boxes(document, "barcodes", source);
+    input.recognition.zones = boxes(document, "zones", source);
     if (document.contains("image")) {
         const json& image = document["image"];
         if (!image.is_object()) {

@@ -4,6 +4,7 @@
 #include "DocumentOutline.h"
 #include "FileSystem.h"
 #include "ImageDecoder.h"
+#include "CountryCatalog.h"
 #include "ImagePipeline.h"
 
 #include <algorithm>
@@ -87,14 +88,17 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
         }
         Bitmap painted, source;
         bool straightened = false;
+        int turns = 0;
+        Analysis analysis;
         try {
             const auto start = std::chrono::steady_clock::now();
             const LoadedDocument document = ImagePipeline::load(file);
-            const Analysis analysis = ImagePipeline::analyze(document);
+            analysis = ImagePipeline::analyze(document);
             painted = ImagePipeline::render(document.image, analysis.regions, everything);
             report.seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
             source = document.image;
             straightened = document.centering.applied;
+            turns = document.quarterTurns;
         } catch (const std::exception&) {
             ++report.failedImages;
             progress(name, false);
@@ -112,13 +116,27 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
         }
         // The annotation is of the photo as shown; when the document was straightened, the outline found
         // in that photo again (the search is deterministic) carries it into the painted image.
+        // ... and the quarter turns that made it upright carry it on.
+        const bool sideways = turns % 2 == 1;
+        const double unturnedWidth = sideways ? painted.height : painted.width;
+        const double unturnedHeight = sideways ? painted.width : painted.height;
+        const int zoneMissesBefore = report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked;
         report.score(name, truth["fields"], painted, source, [&](double x, double y) {
+            std::pair<double, double> p{x * unturnedWidth, y * unturnedHeight};
             if (straightening) {
-                const auto p = straightening->map(x * upright.width, y * upright.height);
-                return std::pair{p.x, p.y};
+                const auto q = straightening->map(x * upright.width, y * upright.height);
+                p = {q.x, q.y};
             }
-            return std::pair{x * painted.width, y * painted.height};
+            switch (turns) {
+            case 1: return std::pair{unturnedHeight - p.second, p.first};
+            case 2: return std::pair{unturnedWidth - p.first, unturnedHeight - p.second};
+            case 3: return std::pair{p.second, unturnedWidth - p.first};
+            default: return p;
+            }
         });
+        report.tallyZoneAndCountry(truth, analysis,
+                                   report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked ==
+                                       zoneMissesBefore);
         progress(name, true);
     }
     return report;
@@ -172,6 +190,33 @@ void EvaluationReport::score(const std::string& name, const nlohmann::json& fiel
     }
 }
 
+void EvaluationReport::tallyZoneAndCountry(const nlohmann::json& truth, const Analysis& analysis, bool zoneMaskedWhole) {
+    const nlohmann::json zone = truth.value("zone", nlohmann::json::array());
+    if (zone.is_array() && !zone.empty()) {
+        std::vector<std::string> printed;
+        for (const auto& line : zone) {
+            printed.push_back(line.is_string() ? line.get<std::string>() : "");
+        }
+        ++zoneImages;
+        zoneMasked += zoneMaskedWhole;
+        // A page with two zones (two cards) is read right when either is.
+        const bool read = !analysis.zone.empty() && std::search(printed.begin(), printed.end(), analysis.zone.begin(),
+                                                                 analysis.zone.end()) != printed.end();
+        zoneRead += read;
+        zoneValid += analysis.zoneValid;
+    }
+    const std::string country = truth.value("country", "");
+    if (!country.empty()) {
+        const bool right = analysis.country.code == country;
+        ++countryImages;
+        countryRight += right;
+        if (CountryCatalog::profile(country)) {
+            ++knownCountryImages;
+            knownCountryRight += right;
+        }
+    }
+}
+
 nlohmann::json EvaluationReport::toJson() const {
     nlohmann::json perKind = nlohmann::json::object();
     for (const auto& [kind, tally] : kinds) {
@@ -182,6 +227,8 @@ nlohmann::json EvaluationReport::toJson() const {
             {"secondsPerImage", images ? seconds / images : 0.0},
             {"overMasking", overMasking()},
             {"kinds", perKind},
+            {"zones", {{"images", zoneImages}, {"maskedWhole", zoneMasked}, {"readExactly", zoneRead}, {"checkDigitsValid", zoneValid}}},
+            {"country", {{"images", countryImages}, {"right", countryRight}, {"knownImages", knownCountryImages}, {"knownRight", knownCountryRight}}},
             {"misses", misses}};
 }
 
@@ -198,6 +245,16 @@ std::string EvaluationReport::toText() const {
     std::snprintf(line, sizeof line, "\nImages: %d (%d could not be processed); %.2f s per image; over-masking %.1f%%\n",
                   images, failedImages, images ? seconds / images : 0.0, overMasking() * 100);
     out += line;
+    if (zoneImages) {
+        std::snprintf(line, sizeof line, "Zones: %d images; masked whole %d, read exactly %d, check digits valid %d\n",
+                      zoneImages, zoneMasked, zoneRead, zoneValid);
+        out += line;
+    }
+    if (countryImages) {
+        std::snprintf(line, sizeof line, "Country right: %d of %d (%d of %d the catalogue knows)\n", countryRight,
+                      countryImages, knownCountryRight, knownCountryImages);
+        out += line;
+    }
     return out;
 }
 

@@ -5,6 +5,7 @@
 // "height"}]}, normalised to the image as a viewer shows it, origin top-left.
 
 #include "Bitmap.h"
+#include "DocumentTypes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,6 +31,10 @@ struct EvaluationReport {
     double painted = 0;
     std::map<std::string, KindTally> kinds;
     std::vector<std::string> misses; // "IMAGE: kind (coverage)"
+    // Of images whose annotation gives a zone: masked whole, read exactly, every check digit valid.
+    int zoneImages = 0, zoneMasked = 0, zoneRead = 0, zoneValid = 0;
+    // Of images whose annotation names a country (and of those the catalogue knows): detected right.
+    int countryImages = 0, countryRight = 0, knownCountryImages = 0, knownCountryRight = 0;
 
     double overMasking() const { return painted > 0 ? paintedOutside / painted : 0; }
     // Adds one image: `painted` is the redacted image, `source` the same before masking, `fields` the
@@ -37,6 +42,8 @@ struct EvaluationReport {
     // A field's pixels are those whose centre lies inside its corners (or its box).
     void score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted, const Bitmap& source,
                const std::function<std::pair<double, double>(double, double)>& toPainted);
+    // Adds one image's zone and country against its annotation ("zone", "country").
+    void tallyZoneAndCountry(const nlohmann::json& truth, const Analysis& analysis, bool zoneMaskedWhole);
     nlohmann::json toJson() const;
     std::string toText() const;
 };

@@ -50,7 +50,8 @@ Commands:
       The same analysis from recognised lines given as JSON instead of an
       image: {"lines": [{"text", "x", "y", "width", "height", "confidence",
       "ranges": [{"location", "length", "x", "y", "width", "height"}]}],
-      "faces": [rect...], "barcodes": [rect...], "image": {"width", "height"},
+      "faces": [rect...], "barcodes": [rect...], "zones": [rect...],
+      "image": {"width", "height"},
       "software", "centering": {"applied", "confidence"},
       "supportedLanguages": [...]}. Every key but "lines" is optional;
       rectangles are fractions of the image, origin at the top-left corner;

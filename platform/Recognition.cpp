@@ -1,5 +1,7 @@
 #include "Recognition.h"
 
+#include "TextDetector.h"
+
 #include <leptonica/allheaders.h>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
@@ -9,6 +11,8 @@
 #include <ZXing/ReadBarcode.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -54,6 +58,10 @@ constexpr int zoneHeight = 40;
 // a ghost portrait of 3% of a card's width is then about 45 pixels wide, its face well above the
 // cascade's 24-pixel window.
 constexpr int faceSide = 1600;
+// Text lines are searched with the page's longer side at this size, and each line found is read at
+// this height in pixels, its margins included.
+constexpr int detectionSide = 1280;
+constexpr int lineHeight = 48;
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
     return Box{static_cast<double>(left) / width, 1.0 - static_cast<double>(bottom) / height,
@@ -258,6 +266,34 @@ std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zo
     return lines;
 }
 
+// Fillers and characters of the zone's alphabet in a reading.
+struct ZoneCount {
+    int fillers = 0;
+    int alphabet = 0;
+    int all = 0;
+};
+
+ZoneCount zoneCount(const std::vector<Word>& words) {
+    ZoneCount count;
+    for (const Word& w : words) {
+        for (const auto& glyph : w.glyphs) {
+            const std::string& g = glyph.first;
+            const bool filler = g == "<" || g == "\u00AB" || g == "\u2039";
+            count.fillers += filler;
+            count.alphabet += filler || (g.size() == 1 && (std::isupper(static_cast<unsigned char>(g[0])) ||
+                                                           std::isdigit(static_cast<unsigned char>(g[0]))));
+            count.all += 1;
+        }
+    }
+    return count;
+}
+
+// Worth reading again as a zone line: a line read in the page's languages renders runs of fillers as
+// letters ("KKKK") often enough that only the length and the alphabet of the line can be trusted.
+bool zoneCandidate(const ZoneCount& count) {
+    return count.fillers >= 2 || (count.all >= 20 && count.alphabet >= 0.8 * count.all);
+}
+
 // A line with two or more fillers is a machine-readable zone line. The Greek model reads the filler
 // as a guillemet.
 bool zoneLike(const std::vector<Word>& words) {
@@ -268,6 +304,172 @@ bool zoneLike(const std::vector<Word>& words) {
         }
     }
     return fillers >= 2;
+}
+
+// Glyph boxes of words read from a level line, carried into the page's pixels.
+void toPage(std::vector<Word>& words, const cv::Mat& affine) {
+    auto map = [&](const cv::Rect& r) {
+        std::vector<cv::Point2f> corners{cv::Point2f(r.x, r.y), cv::Point2f(r.x + r.width, r.y),
+                                         cv::Point2f(r.x + r.width, r.y + r.height), cv::Point2f(r.x, r.y + r.height)};
+        cv::transform(corners, corners, affine);
+        return cv::boundingRect(corners);
+    };
+    for (Word& word : words) {
+        for (auto& glyph : word.glyphs) {
+            glyph.second = map(glyph.second);
+        }
+        word.box = map(word.box);
+    }
+}
+
+// A detected line and what its reading says of it.
+struct FoundLine {
+    cv::Rect box; // the detector's line, axis-aligned, in the page's pixels
+    ZoneCount count;
+    double pitch = 0; // median distance between neighbouring characters, in the page's pixels
+    bool zone = false;
+};
+
+// The zone's font is monospaced, so the distance from one character to the next is the same
+// everywhere on its lines; the median is safe from a few merged or split glyphs.
+double characterPitch(const std::vector<Word>& words) {
+    std::vector<int> advances;
+    for (const Word& w : words) {
+        for (std::size_t i = 1; i < w.glyphs.size(); ++i) {
+            advances.push_back(w.glyphs[i].second.x - w.glyphs[i - 1].second.x);
+        }
+    }
+    if (advances.size() < 5) {
+        return 0;
+    }
+    std::nth_element(advances.begin(), advances.begin() + advances.size() / 2, advances.end());
+    return advances[advances.size() / 2];
+}
+
+// Zone lines are 30 to 44 characters with fillers among them; a piece of one that the detector cut
+// off is a run of fillers.
+void markZone(std::vector<FoundLine>& found) {
+    for (FoundLine& f : found) {
+        f.zone = (f.count.fillers >= 2 && f.count.all >= 20) || f.count.fillers >= 4;
+    }
+    // Rows of the zone the detector cut into pieces: whatever continues a zone line on its row, closer
+    // than two line heights, belongs to it, however it was read.
+    auto continues = [](const FoundLine& f, const FoundLine& z) {
+        const int rise = std::min(f.box.br().y, z.box.br().y) - std::max(f.box.y, z.box.y);
+        const int gap = std::max(f.box.x, z.box.x) - std::min(f.box.br().x, z.box.br().x);
+        return rise > 0.5 * std::min(f.box.height, z.box.height) && gap < 2 * z.box.height;
+    };
+    // Lines right above or below a zone line, as long and as tall, read mostly in the zone's alphabet.
+    auto stacked = [](const FoundLine& f, const FoundLine& z) {
+        const int overlap = std::min(f.box.br().x, z.box.br().x) - std::max(f.box.x, z.box.x);
+        const double rise = std::abs((f.box.y + f.box.height / 2.0) - (z.box.y + z.box.height / 2.0));
+        return f.count.all >= 15 && f.count.alphabet >= 0.8 * f.count.all &&
+               overlap > 0.6 * std::min(f.box.width, z.box.width) && rise < 2.2 * z.box.height &&
+               std::abs(f.box.height - z.box.height) < 0.4 * z.box.height;
+    };
+    for (bool grown = true; grown;) {
+        grown = false;
+        for (FoundLine& f : found) {
+            if (f.zone) {
+                continue;
+            }
+            for (const FoundLine& z : found) {
+                if (z.zone && (continues(f, z) || stacked(f, z))) {
+                    f.zone = grown = true;
+                    break;
+                }
+            }
+        }
+    }
+}
+
+// The zone's lines as masks: lines stacked less than two line heights apart are one zone, and each
+// of its lines reaches from the zone's leftmost character to its rightmost. The detector often stops
+// short of a faint run of closing fillers, so a zone narrower than its lines' printed length (30
+// characters on three lines, 36 or 44 on two, at the pitch its characters were read at) is widened
+// to the right to that length.
+std::vector<Box> zoneBand(std::vector<FoundLine> found, int cols, int rows) {
+    std::erase_if(found, [](const FoundLine& f) { return !f.zone; });
+    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.box.y < b.box.y; });
+    std::vector<Box> band;
+    std::size_t start = 0;
+    while (start < found.size()) {
+        std::size_t end = start + 1;
+        while (end < found.size() && found[end].box.y - found[end - 1].box.br().y < 2 * found[end - 1].box.height) {
+            ++end;
+        }
+        int left = cols, right = 0, rowCount = 0;
+        std::vector<double> pitches;
+        for (std::size_t i = start; i < end; ++i) {
+            left = std::min(left, found[i].box.x);
+            right = std::max(right, found[i].box.br().x);
+            // Pieces of one row count once.
+            rowCount += i == start || found[i].box.y >= found[i - 1].box.br().y - found[i - 1].box.height / 2;
+            if (found[i].pitch > 0) {
+                pitches.push_back(found[i].pitch);
+            }
+        }
+        if (!pitches.empty()) {
+            std::nth_element(pitches.begin(), pitches.begin() + pitches.size() / 2, pitches.end());
+            const double pitch = pitches[pitches.size() / 2];
+            const double characters = (right - left) / pitch;
+            const int length = rowCount >= 3 ? 30 : characters > 38 ? 44 : characters > 31 ? 36 : 30;
+            if (characters < length) {
+                right = std::min(cols, left + static_cast<int>(std::ceil((length + 0.5) * pitch)));
+            }
+        }
+        for (std::size_t i = start; i < end; ++i) {
+            const cv::Rect& b = found[i].box;
+            band.push_back(normalised(std::max(0, left), std::max(0, b.y), std::min(cols, right), std::min(rows, b.br().y), cols, rows));
+        }
+        start = end;
+    }
+    return band;
+}
+
+// A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
+std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
+    const double scale = static_cast<double>(height) / level.image.rows;
+    cv::Mat grey, sized;
+    cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
+    cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height), 0, 0,
+               scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
+    engine.SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
+    engine.SetSourceResolution(300);
+    std::vector<Word> words;
+    if (engine.Recognize(nullptr) != 0) {
+        return words;
+    }
+    for (std::vector<Word>& part : textLines(engine, false, {}, scale)) {
+        std::move(part.begin(), part.end(), std::back_inserter(words));
+    }
+    toPage(words, level.toPage);
+    return words;
+}
+
+// The Latin model reads many of OCR-B's fillers as "K". The two differ where a reader looks first: a
+// K stands on a stem as tall as the glyph, a filler touches its left edge only at its tip. A "K" whose
+// leftmost fifth holds ink on less than this share of its rows is a filler.
+constexpr double stemRows = 0.55;
+
+void fillersFromK(const cv::Mat& page, std::vector<Word>& words) {
+    for (Word& word : words) {
+        for (auto& [text, box] : word.glyphs) {
+            const cv::Rect glyph = box & cv::Rect(0, 0, page.cols, page.rows);
+            if (text != "K" || glyph.width < 3 || glyph.height < 5) {
+                continue;
+            }
+            cv::Mat grey, ink;
+            cv::cvtColor(page(glyph), grey, cv::COLOR_RGB2GRAY);
+            cv::threshold(grey, ink, 0, 255, cv::THRESH_BINARY_INV | cv::THRESH_OTSU);
+            const cv::Mat stem = ink(cv::Rect(0, 0, std::max(1, glyph.width / 5), glyph.height));
+            cv::Mat rowsWithInk;
+            cv::reduce(stem, rowsWithInk, 1, cv::REDUCE_MAX);
+            if (cv::countNonZero(rowsWithInk) < stemRows * glyph.height) {
+                text = "<";
+            }
+        }
+    }
 }
 
 // Zone lines are printed in OCR-B, which the page's models read poorly, the more so with Cyrillic
@@ -299,33 +501,73 @@ std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
     }
     zoneReaders().give("eng", std::move(engine));
     if (read.size() == 1 && zoneLike(read.front())) {
+        fillersFromK(page, read.front());
         return std::move(read.front());
     }
     return words;
 }
 
-std::vector<Line> recognizeText(const Bitmap& image, const std::string& languages) {
-    const cv::Mat page = reduced(image, recognitionSide);
-    Engine engine = pool().take(languages);
-    engine->SetPageSegMode(tesseract::PSM_AUTO);
-    engine->SetImage(page.data, page.cols, page.rows, 3, static_cast<int>(page.step));
-    engine->SetSourceResolution(300);
-    if (engine->Recognize(nullptr) != 0) {
-        throw RecognitionError("text recognition failed");
-    }
-    std::vector<std::vector<Word>> read = textLines(*engine);
-    pool().give(languages, std::move(engine));
+struct TextResult {
     std::vector<Line> lines;
-    for (std::vector<Word>& words : read) {
-        if (zoneLike(words)) {
-            lines.push_back(line(zoneLine(page, words), page.cols, page.rows));
+    std::vector<Box> zones;
+};
+
+TextResult recognizeText(const Bitmap& image, const std::string& languages, int readers) {
+    const cv::Mat page = reduced(image, recognitionSide);
+    // Tesseract's own page analysis loses most of a document's lines in its security printing; the
+    // detector finds them, and each is read alone, by `readers` engines taking lines in turn. Lines
+    // are independent readings, so the result does not depend on how many read them.
+    const std::vector<cv::RotatedRect> detected = TextDetector::lines(page, detectionSide);
+    std::vector<std::vector<Word>> readings(detected.size());
+    std::atomic<std::size_t> next{0};
+    auto read = [&] {
+        Engine engine = pool().take(languages);
+        engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
+        for (std::size_t i = next++; i < detected.size(); i = next++) {
+            const TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
+            if (level.image.empty()) {
+                continue;
+            }
+            std::vector<Word> words = readLine(*engine, level, lineHeight);
+            if (!words.empty() && zoneCandidate(zoneCount(words))) {
+                words = zoneLine(page, std::move(words));
+            }
+            readings[i] = std::move(words);
+        }
+        pool().give(languages, std::move(engine));
+    };
+    {
+        // The helpers' futures wait for them on every way out of this block, exceptions included.
+        std::vector<std::future<void>> helpers;
+        for (int r = 1; r < readers; ++r) {
+            helpers.push_back(std::async(std::launch::async, read));
+        }
+        read();
+        for (auto& helper : helpers) {
+            helper.get();
+        }
+    }
+    TextResult result;
+    std::vector<FoundLine> found;
+    for (std::size_t i = 0; i < detected.size(); ++i) {
+        std::vector<Word>& words = readings[i];
+        if (words.empty()) {
             continue;
         }
+        const cv::Rect box = detected[i].boundingRect() & cv::Rect(0, 0, page.cols, page.rows);
+        if (zoneLike(words)) {
+            found.push_back(FoundLine{box, zoneCount(words), characterPitch(words)});
+            result.lines.push_back(line(words, page.cols, page.rows));
+            continue;
+        }
+        found.push_back(FoundLine{box, zoneCount(words)});
         for (const auto& piece : columns(words)) {
-            lines.push_back(line(piece, page.cols, page.rows));
+            result.lines.push_back(line(piece, page.cols, page.rows));
         }
     }
-    return lines;
+    markZone(found);
+    result.zones = zoneBand(std::move(found), page.cols, page.rows);
+    return result;
 }
 
 std::vector<Box> detectFaces(const Bitmap& image) {
@@ -409,7 +651,7 @@ std::vector<std::string> supportedLanguages() {
     return found;
 }
 
-Result recognize(const Bitmap& image, const std::vector<std::string>& languages) {
+Result recognize(const Bitmap& image, const std::vector<std::string>& languages, int readers) {
     if (image.empty()) {
         throw RecognitionError("nothing to recognise: the image is empty");
     }
@@ -431,12 +673,18 @@ Result recognize(const Bitmap& image, const std::vector<std::string>& languages)
         return std::pair{detectFaces(image), detectBarcodes(image)};
     });
     Result result;
-    result.lines = recognizeText(image, models);
+    TextResult text = recognizeText(image, models, std::max(1, readers));
+    result.lines = std::move(text.lines);
+    result.zones = std::move(text.zones);
     auto [faces, barcodes] = others.get();
     result.faces = std::move(faces);
     result.barcodes = std::move(barcodes);
     return result;
 }
+
+int uprightTurns(const Bitmap& image) { return TextDetector::uprightTurns(image); }
+
+Bitmap turned(const Bitmap& image, int quarterTurns) { return TextDetector::turned(image, quarterTurns); }
 
 std::optional<Box> rangeBox(const Line& line, int location, int length) {
     std::optional<Box> box;

@@ -38,6 +38,9 @@ struct Result {
     std::vector<Line> lines;
     std::vector<Box> faces;
     std::vector<Box> barcodes;
+    // Lines of a machine-readable zone found in the image, each reaching across the whole zone, from
+    // its first character to its last, whether or not its reading is right.
+    std::vector<Box> zones;
 };
 
 // The recogniser failed or its data is missing; the message names what, never document content.
@@ -56,8 +59,16 @@ void limitRecognitionThreads(char** argv);
 std::vector<std::string> supportedLanguages();
 
 // Text (in the given language order, as far as models for them are loaded), faces and barcodes, run
-// together. Throws RecognitionError.
-Result recognize(const Bitmap& image, const std::vector<std::string>& languages);
+// together; the text's lines are read by `readers` engines at once (one a core), with the same
+// result however many. Throws RecognitionError.
+Result recognize(const Bitmap& image, const std::vector<std::string>& languages, int readers = 2);
+
+// Quarter turns clockwise (0 to 3) that bring the page's text upright. Throws RecognitionError when
+// the text line models are missing.
+int uprightTurns(const Bitmap& image);
+
+// The image turned by quarter turns clockwise.
+Bitmap turned(const Bitmap& image, int quarterTurns);
 
 // The box of a UTF-16 range of a line: the union of the boxes of the symbols it touches; none when no
 // symbol lies in the range.

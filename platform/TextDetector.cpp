@@ -1,0 +1,343 @@
+#include "TextDetector.h"
+
+#include "Recognition.h"
+
+#include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <map>
+#include <numeric>
+
+#include <unistd.h>
+
+namespace platform::TextDetector {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Installed beside the program (share/quorvel/models), or in the build tree.
+fs::path modelFile(const std::string& name) {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    std::vector<fs::path> folders;
+    if (!error) {
+        folders.push_back(program.parent_path() / "../share/quorvel/models");
+        folders.push_back(program.parent_path() / "../models");
+    }
+    folders.push_back(QUORVEL_MODEL_DIR);
+    folders.push_back(QUORVEL_INSTALLED_MODEL_DIR);
+    for (const fs::path& folder : folders) {
+        if (fs::is_regular_file(folder / name, error)) {
+            return folder / name;
+        }
+    }
+    throw Recognition::RecognitionError("text line model " + name +
+                                        " is not installed (looked beside the program and in " +
+                                        std::string(QUORVEL_INSTALLED_MODEL_DIR) + ")");
+}
+
+// A network is not safe to run from two threads at once, so each thread loads its own (about 40 ms).
+// OpenCV 4.6 fixes the sizes inside an ONNX network's resize layers on its first run: one loaded
+// network serves one input size, and another size loads it again.
+cv::dnn::Net& network(const std::string& name, cv::Size input) {
+    struct Loaded {
+        cv::dnn::Net net;
+        cv::Size input;
+    };
+    thread_local std::map<std::string, Loaded> loaded;
+    Loaded& slot = loaded[name];
+    if (slot.net.empty() || slot.input != input) {
+        slot.net = cv::dnn::readNetFromONNX(modelFile(name).string());
+        slot.net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+        slot.input = input;
+    }
+    return slot.net;
+}
+
+// The detector's normalisation, as it was trained (ImageNet statistics on 0..1 values, BGR order).
+cv::Mat normalisedBlob(const cv::Mat& rgb, cv::Size size, std::array<double, 3> mean,
+                       std::array<double, 3> deviation) {
+    cv::Mat sized, bgr, values;
+    cv::resize(rgb, sized, size, 0, 0, size.area() < rgb.size().area() ? cv::INTER_AREA : cv::INTER_LINEAR);
+    cv::cvtColor(sized, bgr, cv::COLOR_RGB2BGR);
+    bgr.convertTo(values, CV_32FC3, 1.0 / 255);
+    values -= cv::Scalar(mean[0], mean[1], mean[2]);
+    cv::divide(values, cv::Scalar(deviation[0], deviation[1], deviation[2]), values);
+    return cv::dnn::blobFromImage(values);
+}
+
+// DB post-processing as its authors publish it: pixels over 0.3 are text, a region whose mean
+// probability is under 0.6 is noise, and each region is grown by area * 1.5 / perimeter, since the
+// network is trained to find a shrunk core of each line.
+constexpr float textProbability = 0.3f;
+constexpr float regionScore = 0.6f;
+constexpr float unclipRatio = 1.5f;
+// Lines thinner than this many pixels of the network's input are specks or rules.
+constexpr float thinnest = 3.0f;
+
+std::vector<cv::RotatedRect> regions(const cv::Mat& probability, double sx, double sy) {
+    cv::Mat text = probability > textProbability;
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(text, contours, cv::RETR_LIST, cv::CHAIN_APPROX_SIMPLE);
+    std::vector<cv::RotatedRect> found;
+    for (const auto& contour : contours) {
+        if (contour.size() < 3) {
+            continue;
+        }
+        cv::RotatedRect box = cv::minAreaRect(contour);
+        if (std::min(box.size.width, box.size.height) < thinnest) {
+            continue;
+        }
+        const cv::Rect bounds =
+            cv::boundingRect(contour) & cv::Rect(0, 0, probability.cols, probability.rows);
+        cv::Mat mask = cv::Mat::zeros(bounds.size(), CV_8U);
+        cv::fillPoly(mask, std::vector<std::vector<cv::Point>>{contour}, cv::Scalar(255), cv::LINE_8, 0,
+                     -bounds.tl());
+        if (cv::mean(probability(bounds), mask)[0] < regionScore) {
+            continue;
+        }
+        const float grow = box.size.area() * unclipRatio / (2 * (box.size.width + box.size.height));
+        box.size.width += 2 * grow;
+        box.size.height += 2 * grow;
+        std::array<cv::Point2f, 4> corners;
+        box.points(corners.data());
+        for (cv::Point2f& p : corners) {
+            p.x = static_cast<float>(p.x / sx);
+            p.y = static_cast<float>(p.y / sy);
+        }
+        found.push_back(cv::minAreaRect(std::vector<cv::Point2f>(corners.begin(), corners.end())));
+    }
+    return found;
+}
+
+// The long side of a line, and whether it runs across the page rather than up it.
+bool across(const cv::RotatedRect& line) {
+    std::array<cv::Point2f, 4> p;
+    line.points(p.data());
+    const cv::Point2f a = p[1] - p[0], b = p[2] - p[1];
+    const cv::Point2f along = cv::norm(a) >= cv::norm(b) ? a : b;
+    return std::abs(along.x) >= std::abs(along.y);
+}
+
+double longSide(const cv::RotatedRect& line) {
+    return std::max(line.size.width, line.size.height);
+}
+double shortSide(const cv::RotatedRect& line) {
+    return std::min(line.size.width, line.size.height);
+}
+
+// Top to bottom; lines whose middles lie within half a line height of each other form a row, read
+// left to right. Within a row, pieces closer than `joinGap` line heights are one line: the detector
+// parts a zone line at its runs of fillers and a date at its wide blanks, and a line read whole reads
+// better. Text far apart stays apart (recognition parts columns again by their gaps).
+constexpr double joinGap = 1.2;
+
+bool sameLine(const cv::RotatedRect& a, const cv::RotatedRect& b) {
+    const double ha = shortSide(a), hb = shortSide(b);
+    // A single character's box is square, and either way up.
+    auto standing = [](const cv::RotatedRect& l) { return !across(l) && longSide(l) > 1.5 * shortSide(l); };
+    if (standing(a) || standing(b) || std::max(ha, hb) > 2.5 * std::min(ha, hb)) {
+        return false;
+    }
+    const cv::Rect2f ra = a.boundingRect2f(), rb = b.boundingRect2f();
+    const double gap = std::max(ra.x, rb.x) - std::min(ra.x + ra.width, rb.x + rb.width);
+    return gap < joinGap * std::max(ha, hb) && std::abs(a.center.y - b.center.y) < 0.5 * std::max(ha, hb);
+}
+
+cv::RotatedRect joined(const cv::RotatedRect& a, const cv::RotatedRect& b) {
+    std::vector<cv::Point2f> corners(8);
+    a.points(corners.data());
+    b.points(corners.data() + 4);
+    return cv::minAreaRect(corners);
+}
+
+void readingOrder(std::vector<cv::RotatedRect>& lines) {
+    std::stable_sort(lines.begin(), lines.end(),
+                     [](const auto& a, const auto& b) { return a.center.y < b.center.y; });
+    std::vector<cv::RotatedRect> ordered;
+    std::size_t start = 0;
+    while (start < lines.size()) {
+        std::size_t end = start + 1;
+        while (end < lines.size() && lines[end].center.y - lines[start].center.y <
+                                         0.5 * std::max(shortSide(lines[start]), shortSide(lines[end]))) {
+            ++end;
+        }
+        std::vector<cv::RotatedRect> row(lines.begin() + static_cast<long>(start),
+                                         lines.begin() + static_cast<long>(end));
+        std::stable_sort(row.begin(), row.end(),
+                         [](const auto& a, const auto& b) { return a.center.x < b.center.x; });
+        for (const cv::RotatedRect& piece : row) {
+            if (&piece != &row.front() && sameLine(ordered.back(), piece)) {
+                ordered.back() = joined(ordered.back(), piece);
+            } else {
+                ordered.push_back(piece);
+            }
+        }
+        start = end;
+    }
+    lines = std::move(ordered);
+}
+
+// The direction classifier's input: 48 x 192 pixels, the line scaled to 48 high and padded on the right.
+constexpr int directionHeight = 48;
+constexpr int directionWidth = 192;
+
+// The probability that a level line is upside down.
+float upsideDown(const cv::Mat& line) {
+    const double scale = static_cast<double>(directionHeight) / line.rows;
+    const int width = std::clamp(static_cast<int>(line.cols * scale), 1, directionWidth);
+    cv::Mat sized, canvas(directionHeight, directionWidth, CV_32FC3, cv::Scalar(0, 0, 0));
+    cv::resize(line, sized, cv::Size(width, directionHeight));
+    cv::Mat bgr;
+    cv::cvtColor(sized, bgr, cv::COLOR_RGB2BGR);
+    // This classifier takes values in -1..1.
+    bgr.convertTo(canvas(cv::Rect(0, 0, width, directionHeight)), CV_32FC3, 2.0 / 255, -1.0);
+    cv::dnn::Net& net = network("text-direction.onnx", canvas.size());
+    net.setInput(cv::dnn::blobFromImage(canvas));
+    const cv::Mat out = net.forward();
+    return out.ptr<float>()[1];
+}
+
+// The page is searched at this size for its direction: lines of a card or passport page stay well
+// above the detector's smallest at this size, and it costs a fifth of the full search.
+constexpr int directionSide = 960;
+// Direction is judged on at most this many of the longest lines; lines shorter than this many line
+// heights say little about their direction.
+constexpr std::size_t directionLines = 12;
+constexpr double directionAspect = 3.0;
+
+} // namespace
+
+std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side) {
+    // Small photos are enlarged, up to twice, so that their print reaches the detector's scale.
+    const double scale = std::min(2.0, static_cast<double>(side) / std::max(rgb.cols, rgb.rows));
+    const int width = std::max(32, static_cast<int>(std::lround(rgb.cols * scale / 32)) * 32);
+    const int height = std::max(32, static_cast<int>(std::lround(rgb.rows * scale / 32)) * 32);
+    cv::dnn::Net& net = network("text-lines.onnx", cv::Size(width, height));
+    net.setInput(normalisedBlob(rgb, cv::Size(width, height), {0.485, 0.456, 0.406}, {0.229, 0.224, 0.225}));
+    const cv::Mat out = net.forward();
+    const cv::Mat probability(out.size[2], out.size[3], CV_32F, const_cast<float*>(out.ptr<float>()));
+    std::vector<cv::RotatedRect> found =
+        regions(probability, static_cast<double>(width) / rgb.cols, static_cast<double>(height) / rgb.rows);
+    readingOrder(found);
+    return found;
+}
+
+int uprightTurns(const Bitmap& image) {
+    if (image.empty()) {
+        return 0;
+    }
+    const cv::Mat page(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
+                       image.rowBytes());
+    const double scale = std::min(1.0, static_cast<double>(directionSide) / std::max(page.cols, page.rows));
+    cv::Mat small;
+    cv::resize(page, small, cv::Size(), scale, scale, cv::INTER_AREA);
+    std::vector<cv::RotatedRect> found = lines(small, directionSide);
+    std::erase_if(found,
+                  [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
+    if (found.empty()) {
+        return 0;
+    }
+    // Lines standing on end, weighted by length: the page lies on its side. Only when nearly all of
+    // its text stands: an open passport prints its observations page across the data page's lines
+    // (10,400 pixels of standing lines against 4,000 lying on one specimen), while pages photographed
+    // on their side in the real set had no lying line at all.
+    double standing = 0, lying = 0;
+    for (const cv::RotatedRect& l : found) {
+        (across(l) ? lying : standing) += longSide(l);
+    }
+    int turns = 0;
+    if (standing > 4 * lying) {
+        cv::rotate(small, small, cv::ROTATE_90_CLOCKWISE);
+        found = lines(small, directionSide);
+        std::erase_if(found,
+                      [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
+        turns = 1;
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return longSide(a) > longSide(b); });
+    found.resize(std::min(found.size(), directionLines));
+    double flipped = 0, total = 0;
+    for (const cv::RotatedRect& l : found) {
+        if (!across(l)) {
+            continue;
+        }
+        const LevelLine line = level(small, l);
+        if (line.image.empty()) {
+            continue;
+        }
+        const double weight = longSide(l);
+        flipped += weight * upsideDown(line.image);
+        total += weight;
+    }
+    // Upside down only on a clear majority: an upright page must never be turned by a doubt.
+    if (total > 0 && flipped > 0.6 * total) {
+        turns += 2;
+    }
+    return turns % 4;
+}
+
+Bitmap turned(const Bitmap& image, int quarterTurns) {
+    quarterTurns = ((quarterTurns % 4) + 4) % 4;
+    if (quarterTurns == 0 || image.empty()) {
+        return image;
+    }
+    const cv::Mat source(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
+                         image.rowBytes());
+    const bool sideways = quarterTurns % 2 == 1;
+    Bitmap result(sideways ? image.height : image.width, sideways ? image.width : image.height);
+    cv::Mat target(result.height, result.width, CV_8UC3, result.pixels.data(), result.rowBytes());
+    const int code = quarterTurns == 1   ? cv::ROTATE_90_CLOCKWISE
+                     : quarterTurns == 2 ? cv::ROTATE_180
+                                         : cv::ROTATE_90_COUNTERCLOCKWISE;
+    cv::rotate(source, target, code);
+    return result;
+}
+
+LevelLine level(const cv::Mat& page, const cv::RotatedRect& box) {
+    // The detector's box hugs the line; capitals and accents can touch its edge, and a reader cut off
+    // at the top of a T reads an I. A margin of a fifth of the line's height on every side.
+    cv::RotatedRect line = box;
+    const float margin = 0.2f * static_cast<float>(shortSide(box));
+    line.size.width += 2 * margin;
+    line.size.height += 2 * margin;
+    // Width along the line, height across it; OpenCV's angle convention varies, the corners do not.
+    std::array<cv::Point2f, 4> p;
+    line.points(p.data());
+    // Corners run around the rectangle; start from the one whose next edge is the line's long side.
+    std::size_t first = cv::norm(p[1] - p[0]) >= cv::norm(p[2] - p[1]) ? 0 : 1;
+    cv::Point2f a = p[first], b = p[(first + 1) % 4], c = p[(first + 2) % 4];
+    // Text runs left to right: the long side's start is its leftmost end.
+    if (b.x < a.x) {
+        a = p[(first + 2) % 4];
+        b = p[(first + 3) % 4];
+        c = p[first];
+    }
+    const float width = static_cast<float>(cv::norm(b - a)), height = static_cast<float>(cv::norm(c - b));
+    if (width < 2 || height < 2) {
+        return {};
+    }
+    // a is the top-left or bottom-left corner depending on the winding; the side of c decides.
+    const cv::Point2f along = (b - a) / width;
+    cv::Point2f down = (c - b) / height;
+    if (along.x * down.y - along.y * down.x < 0) { // c lies above the line: start from the other long side
+        const cv::Point2f shift = c - b;
+        a += shift;
+        b += shift;
+        down = -down;
+    }
+    const std::array<cv::Point2f, 3> from{a, b, a + down * height};
+    const std::array<cv::Point2f, 3> to{cv::Point2f(0, 0), cv::Point2f(width, 0), cv::Point2f(0, height)};
+    LevelLine result;
+    const cv::Mat toLine = cv::getAffineTransform(from.data(), to.data());
+    cv::warpAffine(page, result.image, toLine,
+                   cv::Size(static_cast<int>(std::ceil(width)), static_cast<int>(std::ceil(height))),
+                   cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    cv::invertAffineTransform(toLine, result.toPage);
+    return result;
+}
+
+} // namespace platform::TextDetector

@@ -1,0 +1,35 @@
+#pragma once
+
+// Where the text lines of a page are, and which way up the page is, from two small neural networks
+// run through OpenCV: PaddleOCR's PP-OCRv4 text detector (a DB network) and its text-direction
+// classifier, converted by tools/models/ and installed with the program. Internal to the platform
+// layer: recognition reads each line found here on its own.
+
+#include "Bitmap.h"
+
+#include <opencv2/core.hpp>
+
+#include <vector>
+
+namespace platform::TextDetector {
+
+// The text lines of an RGB page as rotated rectangles in its pixels, in reading order (top to bottom,
+// then left to right). `side` is the size the page's longer side is brought to for the network.
+// Throws RecognitionError when the model is missing.
+std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side);
+
+// Quarter turns clockwise that bring the page upright (0 to 3): lines standing on end tell a page
+// turned by 90 degrees, the direction classifier read on the longest lines tells upside down.
+int uprightTurns(const Bitmap& image);
+
+// The image turned by quarter turns clockwise.
+Bitmap turned(const Bitmap& image, int quarterTurns);
+
+// A line cut out of the page and laid level: the crop and where its pixels came from.
+struct LevelLine {
+    cv::Mat image;
+    cv::Mat toPage; // 2 x 3 affine map from the crop's pixels into the page's
+};
+LevelLine level(const cv::Mat& page, const cv::RotatedRect& line);
+
+} // namespace platform::TextDetector
