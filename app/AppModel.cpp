@@ -44,18 +44,32 @@ AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy p
     if (processed.pages.empty()) {
         throw DocumentError(DocumentError::invalidImage);
     }
-    PDFPageResult& first = processed.pages.front();
-    const int pages = static_cast<int>(processed.pages.size());
-    return Result{shared(std::move(first.original)), std::move(first.analysis), shared(std::move(first.cleaned)),
-                  std::move(processed.data), pages, std::nullopt};
+    Result result;
+    for (PDFPageResult& page : processed.pages) {
+        result.pdfPages.push_back(Page{shared(std::move(page.original)), shared(std::move(page.cleaned)), std::move(page.analysis)});
+    }
+    result.original = result.pdfPages.front().original;
+    result.output = result.pdfPages.front().output;
+    result.analysis = result.pdfPages.front().analysis;
+    result.pdf = std::move(processed.data);
+    result.pages = static_cast<int>(result.pdfPages.size());
+    return result;
 }
 
 void AppModel::show(Result& result) {
+    const int shownPage = currentPage_;
     original_ = result.original;
     analysis_ = std::move(result.analysis);
     output_ = result.output;
     pdfOutput_ = std::move(result.pdf);
     pdfPageCount_ = result.pages;
+    pdfPages_ = std::move(result.pdfPages);
+    // A page seen before a switch changed is seen again after it: every page shows the new masks.
+    pagesSeen_.assign(pdfPages_.size(), false);
+    currentPage_ = 0;
+    if (!pdfPages_.empty()) {
+        showPage(std::min(shownPage, static_cast<int>(pdfPages_.size()) - 1));
+    }
     setStatus(&L10n::ready);
 }
 
@@ -79,7 +93,7 @@ std::vector<RedactionRegion> AppModel::activeRegions() const {
     return regions;
 }
 
-bool AppModel::canExport() const { return output_ && !busy_ && reviewed_; }
+bool AppModel::canExport() const { return output_ && !busy_ && reviewed_ && allPagesSeen(); }
 
 bool AppModel::needsConsent() const {
     const QSettings settings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"));
@@ -112,7 +126,20 @@ void AppModel::setPolicy(const RedactionPolicy& policy) {
 }
 
 void AppModel::setReviewed(bool reviewed) {
-    reviewed_ = reviewed;
+    reviewed_ = reviewed && allPagesSeen();
+    emit changed();
+}
+
+void AppModel::showPage(int index) {
+    if (index < 0 || index >= static_cast<int>(pdfPages_.size())) {
+        return;
+    }
+    const Page& page = pdfPages_[static_cast<std::size_t>(index)];
+    currentPage_ = index;
+    pagesSeen_[static_cast<std::size_t>(index)] = true;
+    original_ = page.original;
+    output_ = page.output;
+    analysis_ = page.analysis;
     emit changed();
 }
 
@@ -212,8 +239,11 @@ void AppModel::load(const QString& file) {
             LoadedDocument document = ImagePipeline::load(path);
             Analysis analysis = ImagePipeline::analyze(document);
             Bitmap cleaned = ImagePipeline::render(document.image, analysis.regions, RedactionPolicy{});
-            return Result{shared(std::move(document.image)), std::move(analysis), shared(std::move(cleaned)), std::nullopt, 0,
-                          std::nullopt};
+            Result result;
+            result.original = shared(std::move(document.image));
+            result.analysis = std::move(analysis);
+            result.output = shared(std::move(cleaned));
+            return result;
         },
         [this](Result& result) {
             busy_ = false;
@@ -347,6 +377,9 @@ void AppModel::reset() {
     output_.reset();
     pdfOutput_.reset();
     pdfPageCount_ = 0;
+    pdfPages_.clear();
+    pagesSeen_.clear();
+    currentPage_ = 0;
     analysis_.reset();
     sourceFile_.reset();
     manualRegions_.clear();

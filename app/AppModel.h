@@ -14,6 +14,7 @@
 #include <QPointer>
 #include <QString>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -36,6 +37,10 @@ public:
     std::shared_ptr<const Bitmap> output() const { return output_; }
     const std::optional<std::vector<std::uint8_t>>& pdfOutput() const { return pdfOutput_; }
     int pdfPageCount() const { return pdfPageCount_; }
+    // The PDF page shown (from 0), and whether every page's result has been shown: a PDF is saved only
+    // once the person has seen all of it.
+    int currentPage() const { return currentPage_; }
+    bool allPagesSeen() const { return std::find(pagesSeen_.begin(), pagesSeen_.end(), false) == pagesSeen_.end(); }
     bool isPDF() const { return isPDF_; }
     const std::optional<Analysis>& analysis() const { return analysis_; }
     const RedactionPolicy& policy() const { return policy_; }
@@ -63,6 +68,8 @@ public:
     void setLanguage(AppLanguage language);
     void setPolicy(const RedactionPolicy& policy);
     void setReviewed(bool reviewed);
+    // Shows another page of a PDF: its original, result and analysis.
+    void showPage(int index);
     void setShowOriginal(bool show);
     void setManualMode(bool on);
     void clearError();
@@ -94,6 +101,10 @@ private:
     bool mayOpen();
     // Back to no document, without telling the views.
     void reset();
+    struct Page {
+        std::shared_ptr<const Bitmap> original, output;
+        Analysis analysis;
+    };
     struct Result {
         std::shared_ptr<const Bitmap> original;
         std::optional<Analysis> analysis;
@@ -101,6 +112,7 @@ private:
         std::optional<std::vector<std::uint8_t>> pdf;
         int pages = 0;
         std::optional<QString> failure;
+        std::vector<Page> pdfPages;
     };
 
     using Apply = std::function<void(Result&)>;
@@ -118,6 +130,9 @@ private:
     std::shared_ptr<const Bitmap> original_, output_;
     std::optional<std::vector<std::uint8_t>> pdfOutput_;
     int pdfPageCount_ = 0;
+    std::vector<Page> pdfPages_;
+    int currentPage_ = 0;
+    std::vector<bool> pagesSeen_;
     bool isPDF_ = false;
     std::optional<Analysis> analysis_;
     RedactionPolicy policy_;

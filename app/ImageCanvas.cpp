@@ -3,6 +3,7 @@
 #include "AppModel.h"
 #include "Theme.h"
 
+#include <QLineF>
 #include <QMouseEvent>
 #include <QPainter>
 
@@ -123,7 +124,7 @@ bool ImageCanvas::eventFilter(QObject* watched, QEvent* event) {
             return false;
         }
         const QPointF here = mouse->position() - pictureOrigin();
-        if ((here - *dragStart_).manhattanLength() >= minimumDrag && drawingAllowed()) {
+        if (QLineF(*dragStart_, here).length() >= minimumDrag && drawingAllowed()) {
             selection_ = rectangle(*dragStart_, here, displayedSize());
             picture_->update();
         }
@@ -140,7 +141,7 @@ bool ImageCanvas::eventFilter(QObject* watched, QEvent* event) {
         selection_.reset();
         picture_->update();
         const QSizeF size = displayedSize();
-        if ((end - start).manhattanLength() >= minimumDrag && drawingAllowed() && !size.isEmpty()) {
+        if (QLineF(start, end).length() >= minimumDrag && drawingAllowed() && !size.isEmpty()) {
             const QRectF r = rectangle(start, end, size);
             model_.addMask(Rect{r.x() / size.width(), r.y() / size.height(), r.width() / size.width(),
                                 r.height() / size.height()});

@@ -133,7 +133,9 @@ L10n L10n::fromValues(AppLanguage language, const std::vector<QString>& given) {
         table.*members[i] = values[static_cast<std::size_t>(i)];
     }
     // The stored lists of file types predate PDF support; PDF is added to them here.
-    table.fileTypes.replace(QStringLiteral("JPEG, PNG, HEIC"), QStringLiteral("JPEG, PNG, HEIC, PDF"));
+    if (!table.fileTypes.contains(QStringLiteral("PDF"))) {
+        table.fileTypes.replace(QStringLiteral("JPEG, PNG, HEIC"), QStringLiteral("JPEG, PNG, HEIC, PDF"));
+    }
     return table;
 }
 

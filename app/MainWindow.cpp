@@ -286,6 +286,19 @@ QWidget* MainWindow::buildHeader() {
     subheadline_->setForegroundRole(QPalette::Mid);
     texts->addWidget(subheadline_);
     layout->addLayout(texts, 1);
+    // A PDF's pages, each to be seen before the copy can be saved.
+    previousPage_ = new QToolButton;
+    previousPage_->setArrowType(Qt::LeftArrow);
+    previousPage_->setShortcut(QKeySequence(Qt::Key_PageUp));
+    connect(previousPage_, &QToolButton::clicked, &model_, [this] { model_.showPage(model_.currentPage() - 1); });
+    pageNumber_ = label(nullptr, Theme::sized(13));
+    nextPage_ = new QToolButton;
+    nextPage_->setArrowType(Qt::RightArrow);
+    nextPage_->setShortcut(QKeySequence(Qt::Key_PageDown));
+    connect(nextPage_, &QToolButton::clicked, &model_, [this] { model_.showPage(model_.currentPage() + 1); });
+    layout->addWidget(previousPage_, 0, Qt::AlignTop);
+    layout->addWidget(pageNumber_, 0, Qt::AlignTop);
+    layout->addWidget(nextPage_, 0, Qt::AlignTop);
     close_ = new QToolButton;
     close_->setIcon(Theme::icon(QStringLiteral("window-close"), QStringLiteral("xmark")));
     close_->setAutoRaise(true);
@@ -381,6 +394,10 @@ QWidget* MainWindow::buildWorkspace() {
     auto* maskRow = new QHBoxLayout;
     addMask_ = new QPushButton;
     addMask_->setCheckable(true);
+    // While drawing, the toggle must look held down: the accent behind it, as a pressed tool looks.
+    addMask_->setStyleSheet(QStringLiteral("QPushButton:checked { background: %1; color: black; border-radius: 4px; "
+                                           "padding: 4px 10px; }")
+                                .arg(Theme::accent.name()));
     connect(addMask_, &QPushButton::toggled, &model_, [this](bool on) {
         if (on != model_.manualMode()) {
             model_.setManualMode(on);
@@ -493,7 +510,14 @@ void MainWindow::refresh() {
     hint_->setText(model_.manualMode() ? t.manualHint : t.reviewHint);
     review_->setText(t.reviewCheckbox);
     review_->setChecked(model_.reviewed());
-    review_->setEnabled(!busy && !model_.showOriginal());
+    review_->setEnabled(!busy && !model_.showOriginal() && model_.allPagesSeen());
+    const bool paged = model_.isPDF() && model_.pdfPageCount() > 1 && open;
+    for (QWidget* w : std::initializer_list<QWidget*>{previousPage_, pageNumber_, nextPage_}) {
+        w->setVisible(paged);
+    }
+    pageNumber_->setText(QStringLiteral("%1 / %2").arg(model_.currentPage() + 1).arg(model_.pdfPageCount()));
+    previousPage_->setEnabled(!busy && model_.currentPage() > 0);
+    nextPage_->setEnabled(!busy && model_.currentPage() + 1 < model_.pdfPageCount());
     save_->setText(t.savePNG);
     save_->setEnabled(actions_.save()->isEnabled());
 

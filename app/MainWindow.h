@@ -31,6 +31,7 @@ public:
     ImageCanvas* canvas() const { return canvas_; }
     QPushButton* saveButton() const { return save_; }
     QCheckBox* reviewBox() const { return review_; }
+    QToolButton* nextPageButton() const { return nextPage_; }
     QPushButton* addMaskButton() const { return addMask_; }
     QPushButton* undoButton() const { return undo_; }
     ConsentDialog* consentDialog() const { return consent_; }
@@ -88,6 +89,9 @@ private:
     QLabel* title_;
     QLabel* subheadline_;
     QToolButton* close_;
+    QToolButton* previousPage_;
+    QToolButton* nextPage_;
+    QLabel* pageNumber_;
     QStackedWidget* pages_;
     QLabel* emptyIcon_;
     QLabel* emptyTitle_;

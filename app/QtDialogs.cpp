@@ -5,7 +5,10 @@
 
 std::optional<QString> QtDialogs::chooseOpenFile(const QString& title) {
     const QString file = QFileDialog::getOpenFileName(
-        parent_, title, QDir::homePath(), QStringLiteral("Images and PDF (*.jpg *.jpeg *.png *.heic *.heif *.pdf *.JPG *.JPEG *.PNG *.HEIC *.HEIF *.PDF)"));
+        // Format names read the same in every language; the patterns take any letter case (".Jpg").
+        parent_, title, QDir::homePath(),
+        QStringLiteral("JPEG, PNG, HEIC, PDF (*.[jJ][pP][gG] *.[jJ][pP][eE][gG] *.[pP][nN][gG] *.[hH][eE][iI][cCfF] "
+                       "*.[pP][dD][fF])"));
     return file.isEmpty() ? std::nullopt : std::optional(file);
 }
 

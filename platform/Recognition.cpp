@@ -587,9 +587,17 @@ std::vector<Box> detectFaces(const Bitmap& image) {
     std::vector<cv::Rect> found;
     // Six neighbours keep guilloche patterns and lettering from passing for faces.
     cascade.detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(24, 24));
+    // The cascade frames the face from brows to mouth; a portrait hidden as a person expects hides
+    // the head. On the real specimens the printed portrait's face reached up to 0.30 of the box's
+    // height above it, 0.36 below and 0.32 of its width aside; hair, jaw and ears go further.
+    constexpr double aside = 0.35, above = 0.6, below = 0.4;
     std::vector<Box> faces;
     for (const cv::Rect& r : found) {
-        faces.push_back(normalised(r.x, r.y, r.x + r.width, r.y + r.height, grey.cols, grey.rows));
+        const int left = std::max(0, static_cast<int>(r.x - aside * r.width));
+        const int right = std::min(grey.cols, static_cast<int>(r.x + (1 + aside) * r.width));
+        const int top = std::max(0, static_cast<int>(r.y - above * r.height));
+        const int bottom = std::min(grey.rows, static_cast<int>(r.y + (1 + below) * r.height));
+        faces.push_back(normalised(left, top, right, bottom, grey.cols, grey.rows));
     }
     return faces;
 }

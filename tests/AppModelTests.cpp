@@ -66,6 +66,9 @@ TEST(Texts, FileTypesNamePdfEverywhereSupportedDocumentsOnlyInRussian) {
         EXPECT_EQ(t.supportedDocuments.contains(QStringLiteral("PDF")), language == AppLanguage::ru);
     }
     EXPECT_EQ(L10n(AppLanguage::en).fileTypes, QStringLiteral("JPEG, PNG, HEIC, PDF · up to 80 MB / 50 MP"));
+    for (AppLanguage language : AppLanguages::allCases()) {
+        EXPECT_EQ(L10n(language).fileTypes.count(QStringLiteral("PDF")), 1) << AppLanguages::rawValue(language).toStdString();
+    }
 }
 
 TEST(Texts, ComputedTexts) {
@@ -269,6 +272,31 @@ TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
     ASSERT_TRUE(settle());
     EXPECT_NE(model->analysis()->regions, ids); // analysed anew: fresh region ids
     EXPECT_EQ(model->pdfPageCount(), 2);
+}
+
+TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {
+    writeBytes(dir / "three.pdf", makePdf({TestPage{0, 0, 595, 842, {"SURNAME MARTIN"}}, TestPage{0, 0, 300, 200, {}},
+                                           TestPage{0, 0, 400, 400, {}}}));
+    model->load(QString::fromStdString((dir / "three.pdf").string()));
+    ASSERT_TRUE(settle());
+    ASSERT_EQ(model->pdfPageCount(), 3);
+    EXPECT_EQ(model->currentPage(), 0);
+    model->setReviewed(true);
+    EXPECT_FALSE(model->reviewed()); // pages 2 and 3 not seen yet
+    model->showPage(1);
+    EXPECT_EQ(model->original()->width, 600); // the second page's own picture, at 2 pixels a point
+    model->showPage(3); // no such page
+    EXPECT_EQ(model->currentPage(), 1);
+    model->showPage(2);
+    model->setReviewed(true);
+    EXPECT_TRUE(model->canExport());
+    // New masks on every page: each is to be seen again; the page shown stays shown.
+    model->setPolicy(RedactionPolicy{true, false, false, false});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(model->currentPage(), 2);
+    EXPECT_FALSE(model->allPagesSeen());
+    model->setReviewed(true);
+    EXPECT_FALSE(model->canExport());
 }
 
 TEST_F(Model, ConsentIsAskedUntilTheCurrentVersionIsAccepted) {

@@ -7,6 +7,7 @@
 #include "MainWindow.h"
 #include "PngCodec.h"
 #include "TestImages.h"
+#include "TestPdfs.h"
 
 #include <QAction>
 #include <QApplication>
@@ -14,6 +15,7 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
+#include <QToolButton>
 #include <gtest/gtest.h>
 
 using namespace testing_support;
@@ -192,6 +194,19 @@ TEST_F(Window, FirstStartWithAFileWalksFromTheTermsToTheSavedCopy) {
     EXPECT_EQ(saved.width, 640);
     const std::uint8_t* masked = saved.at(160, 120);
     EXPECT_EQ(masked[0] + masked[1] + masked[2], 0);
+}
+
+TEST_F(Window, EveryPdfPageIsShownBeforeTheReviewCanBeTicked) {
+    open();
+    writeBytes(dir / "two.pdf", makePdf({TestPage{0, 0, 300, 200, {}}, TestPage{0, 0, 200, 300, {}}}));
+    model->load(QString::fromStdString((dir / "two.pdf").string()));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->runningJobs() == 0 && model->original(); }, 60000));
+    EXPECT_TRUE(window->nextPageButton()->isVisible());
+    EXPECT_FALSE(window->reviewBox()->isEnabled());
+    QTest::mouseClick(window->nextPageButton(), Qt::LeftButton);
+    EXPECT_EQ(model->currentPage(), 1);
+    EXPECT_FALSE(window->nextPageButton()->isEnabled());
+    EXPECT_TRUE(window->reviewBox()->isEnabled());
 }
 
 TEST_F(Window, TheTermsSheetCanBeLeftWithEscapeOrQuit) {

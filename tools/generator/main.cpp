@@ -205,12 +205,12 @@ public:
             painter.drawEllipse(QRectF(where.x() + where.width() * 0.05, where.y() + where.height() * 0.62,
                                        where.width() * 0.9, where.height() * 0.6));
         }
-        // The personal data of a portrait is the face: forehead to chin, cheek to cheek, as it lies in
-        // the crop of the astronaut picture; a drawn stand-in has only its oval.
+        // The personal data of a portrait is the head: hair to chin, ear to ear, as it lies in the crop
+        // of the astronaut picture; a drawn stand-in has only its oval.
         const QRectF faceBox = face.isNull() ? QRectF(where.x() + where.width() * 0.25, where.y() + where.height() * 0.15,
                                                       where.width() * 0.5, where.height() * 0.45)
-                                             : QRectF(where.x() + where.width() * 0.24, where.y() + where.height() * 0.2,
-                                                      where.width() * 0.38, where.height() * 0.3);
+                                             : QRectF(where.x() + where.width() * 0.13, where.y() + where.height() * 0.03,
+                                                      where.width() * 0.6, where.height() * 0.52);
         fields.push_back({QStringLiteral("face"), faceBox});
     }
 
