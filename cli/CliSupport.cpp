@@ -17,10 +17,15 @@ using json = nlohmann::json;
 
 std::mutex outputMutex;
 
+// Far beyond any fraction, pixel size or text offset a document has, and well inside an int, so that
+// every later conversion is exact.
+constexpr double largestNumber = 1e6;
+
 double number(const json& object, const char* key, const std::string& where) {
     const auto it = object.find(key);
-    if (it == object.end() || !it->is_number() || !std::isfinite(it->get<double>())) {
-        throw UsageError(where + ": \"" + key + "\" must be a finite number");
+    if (it == object.end() || !it->is_number() || !std::isfinite(it->get<double>()) ||
+        std::abs(it->get<double>()) > largestNumber) {
+        throw UsageError(where + ": \"" + key + "\" must be a number from -1000000 to 1000000");
     }
     return it->get<double>();
 }
@@ -145,7 +150,8 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
     if (document.contains("centering")) {
         const json& centering = document["centering"];
         input.centering.applied = centering.value("applied", false);
-        input.centering.confidence = centering.value("confidence", 0.0f);
+        input.centering.confidence =
+            centering.contains("confidence") ? static_cast<float>(number(centering, "confidence", source + ": centering")) : 0.0f;
     }
     if (document.contains("supportedLanguages")) {
         for (const json& language : document["supportedLanguages"]) {

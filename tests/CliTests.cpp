@@ -75,9 +75,10 @@ TEST_F(MaskCommand, MalformedRegionFilesGetOneLineNamingTheProblem) {
                          Case{"{\"kind\": \"number\"}", "expected a list"},
                          Case{R"([{"kind": "passport", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind \"passport\""},
                          Case{R"([{"kind": "Number", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind"},
-                         Case{R"([{"kind": "number", "x": "0", "y": 0, "width": 1, "height": 1}])", "\"x\" must be a finite number"},
+                         Case{R"([{"kind": "number", "x": "0", "y": 0, "width": 1, "height": 1}])", "\"x\" must be a number from -1000000 to 1000000"},
+                         Case{R"([{"kind": "number", "x": 0, "y": 1e308, "width": 1, "height": 1}])", "\"y\" must be a number from"},
                          Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1e999, "height": 1}])", "not valid JSON"},
-                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1}])", "\"height\" must be a finite number"},
+                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1}])", "\"height\" must be a number from"},
                          Case{R"([3])", "region 1 is not an object"}}) {
         const CliRun run = mask(c.json);
         EXPECT_EQ(run.exitCode, 2) << c.json;
