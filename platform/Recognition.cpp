@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -243,8 +244,11 @@ std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zo
                 }
                 int l = 0, t = 0, r = 0, b = 0;
                 it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
-                const cv::Rect glyph(origin.x + static_cast<int>(l / scale), origin.y + static_cast<int>(t / scale),
-                                     static_cast<int>((r - l) / scale), static_cast<int>((b - t) / scale));
+                // Rounded outward: on an enlarged line a pixel of the page is several of the engine's,
+                // and a box rounded inward leaves the glyph's edge unmasked.
+                const int left = static_cast<int>(std::floor(l / scale)), top = static_cast<int>(std::floor(t / scale));
+                const cv::Rect glyph(origin.x + left, origin.y + top, static_cast<int>(std::ceil(r / scale)) - left,
+                                     static_cast<int>(std::ceil(b / scale)) - top);
                 word.box = word.glyphs.empty() ? glyph : (word.box | glyph);
                 word.glyphs.emplace_back(symbol.get(), glyph);
                 word.confidence += std::clamp(it->Confidence(tesseract::RIL_SYMBOL) / 100.0f, 0.0f, 1.0f);

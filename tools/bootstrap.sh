@@ -81,9 +81,12 @@ if [[ "$mode" == hardening ]]; then
         esac
         corpus=$(mktemp -d)
         echo "==> Fuzzing $target for ${seconds}s"
-        "$hardened/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 \
-            -print_final_stats=1 "$corpus" "$root/tests/fuzz/corpus/$seeds" 2>&1 | grep -E "^(stat::number_of_executed_units|==|SUMMARY|ERROR|Test unit)|Done" || true
+        # The fuzzer's own exit status decides, not the filter's: read it before anything resets it.
+        set +e
+        "$hardened/tests/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 -artifact_prefix="$hardened/" \
+            -print_final_stats=1 "$corpus" "$root/tests/fuzz/corpus/$seeds" 2>&1 | grep -E "^(stat::number_of_executed_units|==|SUMMARY|ERROR|Test unit)|Done"
         status=${PIPESTATUS[0]}
+        set -e
         rm -rf "$corpus"
         if [[ $status -ne 0 ]]; then
             echo "fuzz target $target failed (exit $status)" >&2
