@@ -98,7 +98,12 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
     // The temporary file sits beside the target so that rename never crosses file systems; mode 0666
     // lets the umask decide the final permissions, as for any newly created file.
     for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
-        temporary = folder / ("." + path.filename().string() + ".quorvel-" + randomSuffix());
+        // Appended in place: GCC 12 at -O3 warns falsely (-Wrestrict) on a chain of operator+.
+        std::string name = ".";
+        name += path.filename().string();
+        name += ".quorvel-";
+        name += randomSuffix();
+        temporary = folder / name;
         fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST) {
             throwErrno(errno, path);
