@@ -22,6 +22,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QFontMetrics>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QToolButton>
@@ -47,6 +48,11 @@ QLabel* secondaryCaption(QWidget* parent = nullptr) {
 QLabel* sectionTitle() {
     QLabel* l = label(nullptr, Theme::caption(true));
     l->setForegroundRole(QPalette::Mid);
+    // A squeezed sidebar shrank these one-line titles below their font's height and cut the accents off
+    // capitals ("ZUSÄTZLICH" showed as "ZUSATZLICH"): they keep their full height.
+    l->setWordWrap(false);
+    l->setMinimumHeight(QFontMetrics(l->font()).height() + 2);
+    l->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
     return l;
 }
 
