@@ -393,10 +393,22 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
         }
         result = photo;
     } else if (kindOfLook < 6) {
-        // Turned, with the EXIF orientation tag saying how to show it.
-        look = QStringLiteral("turned");
-        const int orientations[] = {3, 6, 8};
-        orientation = orientations[pick(r, 3)];
+        if (pick(r, 2) == 0) {
+            // Turned, with the EXIF orientation tag saying how to show it.
+            look = QStringLiteral("turned");
+            const int orientations[] = {3, 6, 8};
+            orientation = orientations[pick(r, 3)];
+        } else {
+            // Photographed turned, with no tag: the picture as shown is on its side or upside down.
+            look = QStringLiteral("turned, no tag");
+            QTransform turn;
+            turn.rotate(90.0 * (1 + pick(r, 3)));
+            const QTransform onPicture = QImage::trueMatrix(turn, card.width(), card.height());
+            result = card.transformed(turn);
+            for (Field& f : fields) {
+                f.box = onPicture.mapRect(f.box);
+            }
+        }
     } else if (kindOfLook < 7) {
         // A small, low-resolution picture.
         look = QStringLiteral("small");
