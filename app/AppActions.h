@@ -21,6 +21,10 @@ public:
     QAction* undo() const { return undo_; }
     QAction* quit() const { return quit_; }
     QAction* about() const { return about_; }
+    // Zoom as image viewers have it: Ctrl+plus, Ctrl+minus, Ctrl+0 to fit.
+    QAction* zoomIn() const { return zoomIn_; }
+    QAction* zoomOut() const { return zoomOut_; }
+    QAction* zoomFit() const { return zoomFit_; }
 
     void addMenus(QMenuBar& menus);
     // Titles from the model's language, enabled states from its state.
@@ -34,6 +38,9 @@ private:
     QAction* undo_;
     QAction* quit_;
     QAction* about_;
+    QAction* zoomIn_;
+    QAction* zoomOut_;
+    QAction* zoomFit_;
     class QMenu* fileMenu_ = nullptr;
     class QMenu* editMenu_ = nullptr;
     class QMenu* helpMenu_ = nullptr;

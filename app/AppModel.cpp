@@ -395,6 +395,11 @@ void AppModel::zoomIn() {
     emit changed();
 }
 
+void AppModel::zoomFit() {
+    zoom_ = minZoom;
+    emit changed();
+}
+
 void AppModel::zoomOut() {
     zoom_ = std::max(zoom_ - zoomStep, minZoom);
     emit changed();

@@ -84,6 +84,7 @@ public:
     void clear();
     void zoomIn();
     void zoomOut();
+    void zoomFit();
     void acceptConsent();
     // The person does not accept the terms: nothing is stored and the program ends.
     void declineConsent();

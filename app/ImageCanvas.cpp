@@ -6,6 +6,7 @@
 #include <QLineF>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QWheelEvent>
 
 namespace {
 
@@ -108,6 +109,15 @@ bool ImageCanvas::eventFilter(QObject* watched, QEvent* event) {
             painter.setBrush(fill);
             painter.drawRect(selection_->translated(pictureOrigin()));
         }
+        return true;
+    }
+    case QEvent::Wheel: {
+        // Ctrl and the wheel zoom, as in image viewers; the plain wheel scrolls.
+        auto* wheel = static_cast<QWheelEvent*>(event);
+        if (!(wheel->modifiers() & Qt::ControlModifier) || wheel->angleDelta().y() == 0) {
+            return false;
+        }
+        wheel->angleDelta().y() > 0 ? model_.zoomIn() : model_.zoomOut();
         return true;
     }
     case QEvent::MouseButtonPress: {

@@ -112,6 +112,9 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     actions_.open()->setIcon(Theme::icon(QStringLiteral("document-open"), QStringLiteral("folder")));
     toolbar->addAction(actions_.open());
     actions_.addMenus(*menuBar());
+    for (QAction* zoom : {actions_.zoomIn(), actions_.zoomOut(), actions_.zoomFit()}) {
+        addAction(zoom);
+    }
     // The version the package and `quorvel --version` report.
     connect(actions_.about(), &QAction::triggered, this, [this] {
         QMessageBox::about(this, QStringLiteral("Quorvel"),

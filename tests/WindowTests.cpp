@@ -16,6 +16,7 @@
 #include <QSettings>
 #include <QTest>
 #include <QToolButton>
+#include <QWheelEvent>
 #include <gtest/gtest.h>
 
 using namespace testing_support;
@@ -207,6 +208,23 @@ TEST_F(Window, EveryPdfPageIsShownBeforeTheReviewCanBeTicked) {
     EXPECT_EQ(model->currentPage(), 1);
     EXPECT_FALSE(window->nextPageButton()->isEnabled());
     EXPECT_TRUE(window->reviewBox()->isEnabled());
+}
+
+TEST_F(Window, ZoomFollowsTheKeysAndCtrlWheelAsInImageViewers) {
+    open();
+    loadPicture(640, 400);
+    QTest::keyClick(window.get(), Qt::Key_Plus, Qt::ControlModifier);
+    EXPECT_DOUBLE_EQ(model->zoom(), 1.5);
+    QTest::keyClick(window.get(), Qt::Key_0, Qt::ControlModifier);
+    EXPECT_DOUBLE_EQ(model->zoom(), 1.0);
+    QWidget* picture = window->canvas()->pictureWidget();
+    const QPointF at(picture->width() / 2.0, picture->height() / 2.0);
+    QWheelEvent up(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(picture, &up);
+    EXPECT_DOUBLE_EQ(model->zoom(), 1.5);
+    QWheelEvent plain(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(picture, &plain);
+    EXPECT_DOUBLE_EQ(model->zoom(), 1.5); // the plain wheel scrolls
 }
 
 TEST_F(Window, TheTermsSheetCanBeLeftWithEscapeOrQuit) {
