@@ -20,8 +20,10 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
     // Not modal: a modal sheet blocks the window's close button and its Quit; the window disables its
     // content while the sheet is up instead, and raises the sheet whenever it is activated.
     setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
-    setFixedWidth(540);
     auto* layout = new QVBoxLayout(this);
+    // The sheet is as tall as its wrapped text, no taller: a height worked out for a narrower width
+    // left a wide gap under the title.
+    layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->setContentsMargins(28, 28, 28, 28);
     layout->setSpacing(18);
 
@@ -36,6 +38,7 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
                                  "contents are never uploaded and never stored: the program writes nothing but the "
                                  "cleaned copy you save yourself."));
     body->setWordWrap(true);
+    body->setFixedWidth(484); // 540 wide with the margins
     layout->addWidget(body);
 
     auto* links = new QHBoxLayout;

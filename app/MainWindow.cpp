@@ -484,6 +484,9 @@ void MainWindow::refresh() {
     subheadline_->setText(!analysis          ? t.supportedDocuments
                           : model_.isPDF()   ? t.pdfPages(model_.pdfPageCount())
                                              : t.zonesReview(static_cast<int>(model_.activeRegions().size())));
+    // Without a document the empty state below says "Prepare a safe copy" itself.
+    title_->setVisible(open);
+    subheadline_->setVisible(open);
     close_->setVisible(open);
     close_->setToolTip(t.closeHelp);
     close_->setEnabled(!busy);

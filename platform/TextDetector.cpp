@@ -9,9 +9,7 @@
 #include <array>
 #include <filesystem>
 #include <map>
-#include <numeric>
 
-#include <unistd.h>
 
 namespace platform::TextDetector {
 namespace {
