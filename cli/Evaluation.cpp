@@ -83,8 +83,18 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
     for (const fs::path& file : images) {
         const std::string name = file.filename().string();
         const nlohmann::json truth = readJson(fs::path(file).replace_extension(".json"));
+        const std::string annotation = fs::path(file).replace_extension(".json").string();
         if (!truth.contains("fields") || !truth["fields"].is_array()) {
-            throw UsageError(fs::path(file).replace_extension(".json").string() + ": expected {\"fields\": [...]}");
+            throw UsageError(annotation + ": expected {\"fields\": [...]}");
+        }
+        // Kinds are checked as `mask` checks them: an unknown one is a mistake in the annotation.
+        for (std::size_t i = 0; i < truth["fields"].size(); ++i) {
+            const nlohmann::json& field = truth["fields"][i];
+            const bool named = field.is_object() && field.contains("kind") && field["kind"].is_string();
+            const std::string kind = named ? field["kind"].get<std::string>() : "";
+            if (!fieldKind(kind)) {
+                throw UsageError(annotation + ": field " + std::to_string(i + 1) + ": unknown kind \"" + kind + "\"");
+            }
         }
         Bitmap painted, source;
         bool straightened = false;

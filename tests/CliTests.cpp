@@ -220,3 +220,14 @@ TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
     EXPECT_EQ(cli("frobnicate").exitCode, 2);
     EXPECT_EQ(cli("mask in.jpg --bogus").exitCode, 2);
 }
+
+TEST(EvalCommand, AnUnknownAnnotationKindIsRefusedAsMaskRefusesIt) {
+    const TempDir dir;
+    writeBytes(dir / "a.jpg", encodeJpeg(patterned(200, 100)));
+    const std::string annotation = R"({"fields": [{"kind": "number", "x": 0, "y": 0, "width": 0.1, "height": 0.1},
+                                                  {"kind": "bogus", "x": 0, "y": 0, "width": 0.1, "height": 0.1}]})";
+    writeBytes(dir / "a.json", std::vector<std::uint8_t>(annotation.begin(), annotation.end()));
+    const CliRun run = cli("eval " + quoted(dir.path().string()));
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    EXPECT_NE(run.output.find("field 2: unknown kind \"bogus\""), std::string::npos) << run.output;
+}
