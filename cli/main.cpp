@@ -39,6 +39,7 @@ Commands:
       made only of the page images: no text layer, fonts, annotations,
       attachments or metadata of the original survive. Names are always
       masked in PDFs. A file whose name ends in .pdf (any case) is a PDF.
+      The output's name says what is written: .png for a photo, .pdf for a PDF.
   redact FILE... -o DIR [-j N] [SWITCHES]
       The same for many files; each result is DIR/NAME-redacted.png (or .pdf).
       A file that fails is reported by name and the rest go on; the exit code
@@ -122,6 +123,9 @@ Arguments parse(const std::vector<std::string>& args, const std::set<std::string
         };
         if (arg == "-o" || arg == "--output") {
             parsed.output = value();
+            if (parsed.output->empty()) {
+                throw UsageError(arg + " needs a file or folder name");
+            }
         } else if (arg == "--regions") {
             parsed.regions = value();
         } else if (arg == "--lines") {
@@ -159,6 +163,23 @@ std::set<std::string> with(std::set<std::string> options, std::initializer_list<
     return options;
 }
 
+bool isPDF(const fs::path& file) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    return extension == ".pdf";
+}
+
+// A file's name says what it holds: a PDF's copy is a PDF, a photo's copy a PNG.
+void checkOutputType(const fs::path& input, const fs::path& output) {
+    const bool pdf = isPDF(input);
+    std::string extension = output.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (extension != (pdf ? ".pdf" : ".png")) {
+        throw UsageError(std::string("the copy of ") + (pdf ? "a PDF is a PDF" : "a photo is a PNG") + ": name the output " +
+                         output.stem().string() + (pdf ? ".pdf" : ".png") + " (not " + output.filename().string() + ")");
+    }
+}
+
 int runMask(const std::vector<std::string>& args) {
     const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "--regions"}));
     if (a.positional.size() != 1 || !a.regions || !a.output) {
@@ -168,6 +189,7 @@ int runMask(const std::vector<std::string>& args) {
     if (sameFile(input, *a.output)) {
         throw UsageError("the output would overwrite the input " + input.string());
     }
+    checkOutputType(input, *a.output);
     const std::vector<RedactionRegion> regions = regionsFromJson(readJson(*a.regions), a.regions->string());
     const LoadedDocument document = ImagePipeline::load(input);
     ImagePipeline::exportPNG(ImagePipeline::render(document.image, regions, a.policy), *a.output);
@@ -192,11 +214,6 @@ int runAnalyze(const std::vector<std::string>& args) {
     return exitOK;
 }
 
-bool isPDF(const fs::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
-    return extension == ".pdf";
-}
 
 void redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy, bool pageProgress) {
     policy.hidePersonName = true; // names are always hidden in PDFs
@@ -240,6 +257,7 @@ int runRedact(const std::vector<std::string>& args) {
         if (sameFile(a.positional[0], *a.output)) {
             throw UsageError("the output would overwrite the input " + a.positional[0]);
         }
+        checkOutputType(a.positional[0], *a.output);
         redactOne(a.positional[0], *a.output, a.policy, true);
         return exitOK;
     }

@@ -231,3 +231,17 @@ TEST(EvalCommand, AnUnknownAnnotationKindIsRefusedAsMaskRefusesIt) {
     EXPECT_EQ(run.exitCode, 2) << run.output;
     EXPECT_NE(run.output.find("field 2: unknown kind \"bogus\""), std::string::npos) << run.output;
 }
+
+TEST(CommandLine, TheOutputsNameMustSayWhatItHolds) {
+    const TempDir dir;
+    writeBytes(dir / "in.jpg", encodeJpeg(patterned(200, 100)));
+    writeBytes(dir / "in.pdf", makePdf({TestPage{}}));
+    for (const auto& [input, output] : {std::pair{"in.jpg", "out.pdf"}, {"in.jpg", "out.jpg"}, {"in.pdf", "out.png"}}) {
+        const CliRun run = cli("redact " + quoted((dir / input).string()) + " -o " + quoted((dir / output).string()));
+        EXPECT_EQ(run.exitCode, 2) << input << " -> " << output << ": " << run.output;
+        EXPECT_NE(run.output.find("name the output"), std::string::npos) << run.output;
+    }
+    const CliRun empty = cli("redact " + quoted((dir / "in.jpg").string()) + " -o ''");
+    EXPECT_EQ(empty.exitCode, 2) << empty.output;
+    EXPECT_EQ(dir.entries(), (std::vector<std::string>{"in.jpg", "in.pdf"}));
+}

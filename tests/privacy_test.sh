@@ -35,7 +35,8 @@ if ! unshare -n true 2>/dev/null; then
     exit 77
 fi
 for input in "$samples/specimen-id-card.jpg" "$data/statement.pdf"; do
-    extension=${input##*.}
+    extension=png
+    [[ "$input" == *.pdf ]] && extension=pdf
     log="$scratch/network.log"
     # LeakSanitizer cannot work under ptrace; leaks are checked by every other test of a sanitizer build.
     ASAN_OPTIONS="${ASAN_OPTIONS:-}:detect_leaks=0" \
