@@ -44,6 +44,11 @@ Commands:
       The same for many files; each result is DIR/NAME-redacted.png (or .pdf).
       A file that fails is reported by name and the rest go on; the exit code
       is 1 if any failed. -j N runs N files at a time (default: 1).
+  redact ... --report REPORT.json (or --report DIR with many files)
+      Also writes what the analysis found, the JSON of analyze --json from
+      the same run (a PDF's report: {"pages": [...]}), so that a large job
+      recognises each file once. With many files each report is
+      DIR/NAME-redacted.json.
   analyze FILE [--json]
       Prints what the analysis found: country, document type, warnings, risk
       and the masks, without writing anything. --json prints one object.
@@ -93,7 +98,7 @@ Exit codes:
 
 struct Arguments {
     std::vector<std::string> positional;
-    std::optional<fs::path> output, regions, lines;
+    std::optional<fs::path> output, regions, lines, report;
     RedactionPolicy policy;
     bool json = false;
     int workers = 1;
@@ -126,6 +131,8 @@ Arguments parse(const std::vector<std::string>& args, const std::set<std::string
             if (parsed.output->empty()) {
                 throw UsageError(arg + " needs a file or folder name");
             }
+        } else if (arg == "--report") {
+            parsed.report = value();
         } else if (arg == "--regions") {
             parsed.regions = value();
         } else if (arg == "--lines") {
@@ -215,7 +222,8 @@ int runAnalyze(const std::vector<std::string>& args) {
 }
 
 
-void redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy, bool pageProgress) {
+// What the analysis found, as `analyze --json` prints it; a PDF's report lists its pages' analyses.
+nlohmann::json redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy, bool pageProgress) {
     policy.hidePersonName = true; // names are always hidden in PDFs
     const PDFDocument document = PDFPipeline::load(input);
     std::optional<Progress> pages;
@@ -234,20 +242,34 @@ void redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy po
         throw DocumentError(DocumentError::exportFailed);
     }
     platform::FileSystem::writeAtomically(output, cleaned.data);
+    nlohmann::json report{{"pages", nlohmann::json::array()}};
+    for (const PDFPageResult& page : cleaned.pages) {
+        report["pages"].push_back(analysisToJson(page.analysis));
+    }
+    return report;
 }
 
-void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy, bool pageProgress = false) {
+// Redacts one file and, when a report is asked for, writes the analysis of the same run beside it, so
+// that a large job recognises each file once.
+void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy,
+               const std::optional<fs::path>& report, bool pageProgress = false) {
+    nlohmann::json found;
     if (isPDF(input)) {
-        redactPDF(input, output, policy, pageProgress);
-        return;
+        found = redactPDF(input, output, policy, pageProgress);
+    } else {
+        const LoadedDocument document = ImagePipeline::load(input);
+        const Analysis analysis = ImagePipeline::analyze(document);
+        ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy), output);
+        found = analysisToJson(analysis);
     }
-    const LoadedDocument document = ImagePipeline::load(input);
-    const Analysis analysis = ImagePipeline::analyze(document);
-    ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy), output);
+    if (report) {
+        const std::string text = found.dump(2) + "\n";
+        platform::FileSystem::writeAtomically(*report, std::vector<std::uint8_t>(text.begin(), text.end()));
+    }
 }
 
 int runRedact(const std::vector<std::string>& args) {
-    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "-j"}));
+    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "-j", "--report"}));
     if (a.positional.empty() || !a.output) {
         throw UsageError("redact needs FILE... and -o OUT.png or -o DIR");
     }
@@ -258,11 +280,17 @@ int runRedact(const std::vector<std::string>& args) {
             throw UsageError("the output would overwrite the input " + a.positional[0]);
         }
         checkOutputType(a.positional[0], *a.output);
-        redactOne(a.positional[0], *a.output, a.policy, true);
+        if (a.report && (sameFile(a.positional[0], *a.report) || sameFile(*a.output, *a.report))) {
+            throw UsageError("the report would overwrite the input or the output: " + a.report->string());
+        }
+        redactOne(a.positional[0], *a.output, a.policy, a.report, true);
         return exitOK;
     }
     if (!fs::is_directory(*a.output, error)) {
         throw UsageError("with several files, -o must name an existing folder: " + a.output->string());
+    }
+    if (a.report && !fs::is_directory(*a.report, error)) {
+        throw UsageError("with several files, --report must name an existing folder: " + a.report->string());
     }
     std::vector<std::pair<fs::path, fs::path>> jobs;
     std::set<fs::path> targets;
@@ -288,7 +316,11 @@ int runRedact(const std::vector<std::string>& args) {
         for (std::size_t i; (i = next.fetch_add(1)) < jobs.size();) {
             const auto& [input, output] = jobs[i];
             try {
-                redactOne(input, output, a.policy);
+                std::optional<fs::path> report;
+                if (a.report) {
+                    report = *a.report / (output.stem().string() + ".json");
+                }
+                redactOne(input, output, a.policy, report);
                 progress.finished(input.string());
             } catch (const std::exception& e) {
                 ++failures;

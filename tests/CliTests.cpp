@@ -2,6 +2,7 @@
 #include "TestPdfs.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <sys/wait.h>
 
@@ -244,4 +245,24 @@ TEST(CommandLine, TheOutputsNameMustSayWhatItHolds) {
     const CliRun empty = cli("redact " + quoted((dir / "in.jpg").string()) + " -o ''");
     EXPECT_EQ(empty.exitCode, 2) << empty.output;
     EXPECT_EQ(dir.entries(), (std::vector<std::string>{"in.jpg", "in.pdf"}));
+}
+
+TEST(CommandLine, AReportIsTheAnalysisOfTheSameRun) {
+    const TempDir dir;
+    writeBytes(dir / "in.jpg", encodeJpeg(patterned(300, 200)));
+    const CliRun analyzed = cli("analyze --json " + quoted((dir / "in.jpg").string()));
+    ASSERT_EQ(analyzed.exitCode, 0) << analyzed.output;
+    const CliRun one = cli("redact " + quoted((dir / "in.jpg").string()) + " -o " + quoted((dir / "out.png").string()) +
+                           " --report " + quoted((dir / "out.json").string()));
+    ASSERT_EQ(one.exitCode, 0) << one.output;
+    const auto report = readBytes(dir / "out.json");
+    EXPECT_EQ(nlohmann::json::parse(report.begin(), report.end()), nlohmann::json::parse(analyzed.output));
+    // Many files: one report each, named after its copy.
+    std::filesystem::create_directory(dir / "batch");
+    writeBytes(dir / "second.jpg", encodeJpeg(patterned(200, 300)));
+    const CliRun many = cli("redact " + quoted((dir / "in.jpg").string()) + " " + quoted((dir / "second.jpg").string()) +
+                            " -o " + quoted((dir / "batch").string()) + " --report " + quoted((dir / "batch").string()));
+    ASSERT_EQ(many.exitCode, 0) << many.output;
+    EXPECT_TRUE(std::filesystem::exists(dir / "batch" / "in-redacted.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "batch" / "second-redacted.json"));
 }
