@@ -81,7 +81,7 @@ constexpr long long maxPixels = 50000000;
 
 } // namespace
 
-LoadedDocument load(const std::filesystem::path& file) {
+LoadedDocument load(const std::filesystem::path& file, bool turnText) {
     namespace Decoder = platform::ImageDecoder;
     const platform::FileSystem::Attributes attributes = platform::FileSystem::attributes(file);
     if (attributes.size > maxFileBytes) {
@@ -126,7 +126,7 @@ LoadedDocument load(const std::filesystem::path& file) {
         throw DocumentError(DocumentError::invalidImage);
     }
     Centered centered = centerDocument(std::move(upright));
-    Upright turned = turnUpright(std::move(centered.image));
+    Upright turned = turnText ? turnUpright(std::move(centered.image)) : Upright{std::move(centered.image), 0};
     return LoadedDocument{std::move(turned.image), properties.software, centered.result, turned.quarterTurns};
 }
 

@@ -11,8 +11,10 @@ namespace ImagePipeline {
 
 // Refuses files over 80 MB, containers other than JPEG, PNG, HEIC and HEIF (decided by content), and
 // images over 20,000 pixels a side or 50,000,000 in all, all before pixels are decoded; then decodes
-// upright at full size, centres the document and turns it so that its text reads upright. Errors of the file system pass through unchanged.
-LoadedDocument load(const std::filesystem::path& file);
+// upright at full size, centres the document and, unless told not to, turns it so that its text
+// reads upright (masks given for the picture as stored need it unturned). Errors of the file system
+// pass through unchanged.
+LoadedDocument load(const std::filesystem::path& file, bool turnText = true);
 
 struct Centered {
     Bitmap image;

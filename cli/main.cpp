@@ -198,7 +198,8 @@ int runMask(const std::vector<std::string>& args) {
     }
     checkOutputType(input, *a.output);
     const std::vector<RedactionRegion> regions = regionsFromJson(readJson(*a.regions), a.regions->string());
-    const LoadedDocument document = ImagePipeline::load(input);
+    // The regions are fractions of the picture as given: it is not turned.
+    const LoadedDocument document = ImagePipeline::load(input, false);
     ImagePipeline::exportPNG(ImagePipeline::render(document.image, regions, a.policy), *a.output);
     return exitOK;
 }

@@ -128,6 +128,10 @@ TEST_F(EndToEnd, APhotoTurnedWithoutATagComesBackUprightWithItsZoneMaskedWholeAn
         }
         EXPECT_TRUE(analysis.zoneValid) << turns;
         EXPECT_EQ(analysis.country.code, "FRA") << turns;
+        // Asked not to turn (masks given for the picture as stored), the picture stays as stored.
+        const LoadedDocument asStored = ImagePipeline::load(dir / "turned.jpg", false);
+        EXPECT_EQ(asStored.quarterTurns, 0);
+        EXPECT_EQ(asStored.image.width, turns % 2 ? card.image.height : card.image.width) << turns;
     }
 }
 
