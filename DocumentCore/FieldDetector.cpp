@@ -16,7 +16,7 @@ namespace FieldDetector {
 const char16_t* const datePattern =
     u"(?<!\\d)(?:\\d{4}[./-](?:0?[1-9]|1[0-2])[./-](?:0?[1-9]|[12]\\d|3[01])|(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
     u"(?:0?[1-9]|1[0-2])(?:[./-]|\\s+)\\d{2,4}|(?:0?[1-9]|1[0-2])(?:[./-]|\\s+)(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
-    u"\\d{2,4}|(?:0?[1-9]|[12]\\d|3[01])\\s+\\p{L}{3,12}(?:/\\p{L}{3,12})?\\s+\\d{2,4}|\\p{L}{3,12}\\s+(?:0?[1-9]|[12]"
+    u"\\d{2,4}|(?:0?[1-9]|[12]\\d|3[01])\\s+\\p{L}{3,12}(?:\\s*/\\s*\\p{L}{3,12})?\\s+\\d{2,4}|\\p{L}{3,12}\\s+(?:0?[1-9]|[12]"
     u"\\d|3[01])[, ]+\\d{4})(?!\\d)";
 
 namespace {
@@ -28,7 +28,7 @@ using UnicodeText::utf16;
 
 struct Patterns {
     std::unique_ptr<icu::RegexPattern> date, street, compoundStreet, digit, compactDate, trailingCompactDate,
-        passport, identity, digitGroup, token, licenceCaption, email, phone;
+        passport, identity, digitGroup, token, licenceCaption, licenceFields, email, phone;
     std::vector<std::pair<std::unique_ptr<icu::RegexPattern>, FieldKind>> numbered;
 };
 
@@ -53,6 +53,7 @@ const Patterns& patterns() {
         built.digitGroup = compile(u"(?<!\\p{N})\\p{N}{2,4}(?:[ .-]\\p{N}{2,6}){1,3}(?!\\p{N})");
         built.token = compile(u"[\\p{L}\\p{N}]+(?:[-/][\\p{L}\\p{N}]+)*");
         built.licenceCaption = compile(u"(?<![\\p{L}\\d])4\\s*[AАBВ][.) :]?\\s*");
+        built.licenceFields = compile(u"(?<![\\p{L}\\d])4\\s?([ABCDАВС])(?![\\p{L}\\d])");
         built.email = compile(u"(?i)(?<![\\w.+-])[A-Z0-9._%+-]+@[A-Z0-9.-]+\\.[A-Z]{2,}(?![\\w.-])");
         built.phone = compile(u"(?<!\\d)(?:\\+?\\d[\\d ()./-]{6,}\\d)(?!\\d)");
         // The numbered captions of the harmonised licence, in the order they are tried.
@@ -197,7 +198,14 @@ std::string documentType16(const UnicodeString& normalizedJoined) {
     if (UnicodeText::search(*patterns().identity, normalizedJoined)) {
         return idCardType;
     }
-    return unknownType;
+    // A title the recogniser lost or split over two rows: the harmonised licence's field numbers 4a to
+    // 4d, two different ones, name the document as well.
+    std::set<char16_t> fields;
+    for (const TextRange& field : UnicodeText::findAll(*patterns().licenceFields, normalizedJoined)) {
+        const char16_t letter = normalizedJoined.charAt(field.end() - 1);
+        fields.insert(letter == u'А' ? u'A' : letter == u'В' ? u'B' : letter == u'С' ? u'C' : letter);
+    }
+    return fields.size() >= 2 ? drivingLicenceType : unknownType;
 }
 
 bool labelHasNameValue16(const UnicodeString& line) {

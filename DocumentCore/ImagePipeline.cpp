@@ -208,6 +208,23 @@ std::optional<MachineZone::Found> correctZone(std::vector<platform::Recognition:
     return zone;
 }
 
+// Where a passport or visa page (a two-line zone) carries its portrait: ICAO 9303 keeps the left of
+// the data page for it, up to 45 by 45 mm, between the header and the zone. Measured from the zone
+// band, whose lines are 36 or 44 characters at 2.54 mm each: from 3 mm left of the zone to 44 mm
+// right of its start, from 3 mm to 60 mm above it. None without a two-line band and a known length.
+std::optional<Rect> portraitPlace(const std::vector<Rect>& bands, std::size_t characters,
+                                  const std::optional<RiskEngine::PixelSize>& image) {
+    if (bands.size() != 2 || (characters != 36 && characters != 44) || !image || image->width <= 0 ||
+        image->height <= 0) {
+        return std::nullopt;
+    }
+    const Rect& top = bands[0].y < bands[1].y ? bands[0] : bands[1];
+    const double mmAcross = top.width / (static_cast<double>(characters) * 2.54); // a millimetre, in widths
+    const double mmDown = mmAcross * image->width / image->height;
+    Rect place{top.x - 3 * mmAcross, top.y - 60 * mmDown, 47 * mmAcross, 57 * mmDown};
+    return intersection(place, Rect{0, 0, 1, 1});
+}
+
 } // namespace
 
 Analysis assemble(const AssemblyInput& input) {
@@ -231,6 +248,33 @@ Analysis assemble(const AssemblyInput& input) {
     FieldDetector::Detection detection = FieldDetector::detect(spans);
 
     std::vector<RedactionRegion> regions = std::move(detection.regions);
+    // Values the zone vouches for, wherever the page prints them again: a number or date misread past
+    // its caption's reach, or printed far from it, is still the holder's.
+    if (zone && zone->valid) {
+        const MachineZone::Holder holder = MachineZone::holder(zone->lines);
+        for (std::size_t i = 0; i < recognised.size(); ++i) {
+            if (i >= zone->first && i < zone->first + zone->lines.size()) {
+                continue;
+            }
+            const std::optional<FieldKind> kind = MachineZone::repeated(holder, recognised[i].text);
+            if (!kind) {
+                continue;
+            }
+            // A mask the detector put on the line already stands; a date it could not place gets its kind.
+            const Rect& rect = lines[i].rect;
+            const auto same = std::find_if(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
+                const std::optional<Rect> common = intersection(r.rect, rect);
+                return (r.kind == *kind || r.kind == FieldKind::uncertain) && common &&
+                       common->width * common->height >= 0.9 * rect.width * rect.height;
+            });
+            if (same == regions.end()) {
+                regions.push_back(RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::machineReadable});
+            } else if (same->kind == FieldKind::uncertain) {
+                same->kind = *kind;
+                same->evidence = FieldEvidence::machineReadable;
+            }
+        }
+    }
     for (const auto& face : input.recognition.faces) {
         const Rect r = topLeftOf(face);
         regions.push_back(RedactionRegion{FieldKind::face,
@@ -243,9 +287,29 @@ Analysis assemble(const AssemblyInput& input) {
                                           FieldEvidence::vision});
     }
     // The zone as the image shows it covers what the regions of its recognised lines leave.
+    std::vector<Rect> bands;
     for (const auto& zone : input.recognition.zones) {
-        regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(zone), Uuid::random(),
+        bands.push_back(topLeftOf(zone));
+        regions.push_back(RedactionRegion{FieldKind::machineReadable, bands.back(), Uuid::random(),
                                           FieldEvidence::vision});
+    }
+    // A portrait printed over security patterns defeats the face detector; on a passport page its
+    // place is known, and is masked when no face was found there.
+    std::size_t zoneLength = 0; // as printed: a zone that is not valid may be read short
+    if (zone) {
+        for (const std::string& l : zone->lines) {
+            zoneLength = std::max(zoneLength, l.size());
+        }
+        zoneLength = zone->valid ? zoneLength : (zoneLength >= 40 ? 44 : 36);
+    }
+    if (const auto place = portraitPlace(bands, zoneLength, input.image)) {
+        const bool faceThere = std::any_of(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
+            const auto common = intersection(r.rect, *place);
+            return r.kind == FieldKind::face && common && common->width * common->height > 0.25 * r.rect.width * r.rect.height;
+        });
+        if (!faceThere) {
+            regions.push_back(RedactionRegion{FieldKind::face, *place, Uuid::random(), FieldEvidence::vision});
+        }
     }
 
     std::vector<std::string> warnings = std::move(detection.warnings);

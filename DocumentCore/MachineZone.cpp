@@ -1,6 +1,8 @@
 #include "MachineZone.h"
 
+#include "FieldLexicon.h"
 #include "RiskEngine.h"
+#include "UnicodeText.h"
 
 #include <algorithm>
 #include <array>
@@ -302,6 +304,173 @@ std::optional<Found> find(const std::vector<std::string>& lines) {
         start = std::max(end, start + 1);
     }
     return firstRun;
+}
+
+namespace {
+
+std::string withoutFillers(std::string_view field) {
+    std::string out;
+    for (char c : field) {
+        if (c != '<') {
+            out += c;
+        }
+    }
+    return out;
+}
+
+// The line in the zone's alphabet: upper case, accents gone, Cyrillic and Greek capitals that look
+// like Latin ones read as those (recognisers with several scripts loaded mix them inside one word),
+// every other character a blank.
+std::string folded(std::string_view line) {
+    static const std::u16string_view cyrillic = u"АВЕКМНОРСТХУІЈЅ", latinOfCyrillic = u"ABEKMHOPCTXYIJS";
+    static const std::u16string_view greek = u"ΑΒΕΖΗΙΚΜΝΟΡΤΥΧ", latinOfGreek = u"ABEZHIKMNOPTYX";
+    const icu::UnicodeString text = FieldLexicon::normalizeUnicode(UnicodeText::utf16(line));
+    std::string out;
+    for (int32_t i = 0; i < text.length(); ++i) {
+        const char16_t c = text.charAt(i);
+        char latin = ' ';
+        if ((c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')) {
+            latin = static_cast<char>(c);
+        } else if (const auto at = cyrillic.find(c); at != std::u16string_view::npos) {
+            latin = static_cast<char>(latinOfCyrillic[at]);
+        } else if (const auto at = greek.find(c); at != std::u16string_view::npos) {
+            latin = static_cast<char>(latinOfGreek[at]);
+        }
+        out += latin;
+    }
+    return out;
+}
+
+// Letters and digits that recognisers confuse count as one.
+bool alike(char a, char b) { return a == b || asDigit(a) == asDigit(b); }
+
+// The fewest edits that make `needle` out of some stretch of `text`.
+std::size_t distanceWithin(std::string_view needle, std::string_view text) {
+    std::vector<std::size_t> row(text.size() + 1, 0), next(text.size() + 1);
+    for (std::size_t i = 1; i <= needle.size(); ++i) {
+        next[0] = i;
+        for (std::size_t j = 1; j <= text.size(); ++j) {
+            next[j] = std::min({row[j] + 1, next[j - 1] + 1, row[j - 1] + (alike(needle[i - 1], text[j - 1]) ? 0 : 1)});
+        }
+        std::swap(row, next);
+    }
+    return *std::min_element(row.begin(), row.end());
+}
+
+bool repeatsNumber(std::string_view number, std::string_view compact) {
+    constexpr std::size_t shortest = 6; // shorter values turn up by chance
+    return number.size() >= shortest && distanceWithin(number, compact) <= number.size() / 4;
+}
+
+std::vector<std::string> runs(const std::string& text, bool digits) {
+    std::vector<std::string> out;
+    std::string run;
+    for (char c : text + ' ') {
+        if (c != ' ' && (std::isdigit(static_cast<unsigned char>(c)) != 0) == digits) {
+            run += c;
+        } else if (!run.empty()) {
+            out.push_back(std::move(run));
+            run.clear();
+        }
+    }
+    return out;
+}
+
+// A date as YYMMDD printed as day, month (a number or a word) and year (two digits or four), in any
+// order, or run together as DDMMYYYY, YYYYMMDD, DDMMYY or YYMMDD.
+bool repeatsDate(std::string_view date, const std::string& text) {
+    if (date.size() != 6 || !std::all_of(date.begin(), date.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); })) {
+        return false;
+    }
+    const std::string yy(date.substr(0, 2)), mm(date.substr(2, 2)), dd(date.substr(4, 2));
+    const std::vector<std::string> groups = runs(text, true);
+    for (const std::string& g : groups) {
+        if (g == dd + mm + yy || g == yy + mm + dd || (g.size() == 8 && (g.substr(0, 4) == dd + mm && g.substr(6) == yy)) ||
+            (g.size() == 8 && g.substr(2) == yy + mm + dd)) {
+            return true;
+        }
+    }
+    auto number = [](const std::string& g) { return g.size() <= 2 ? std::stoi(g) : -1; };
+    const std::vector<std::string> words = runs(text, false);
+    const bool month =
+        std::any_of(groups.begin(), groups.end(), [&](const std::string& g) { return number(g) == std::stoi(mm); }) ||
+        std::any_of(words.begin(), words.end(), [](const std::string& w) { return w.size() >= 3; });
+    // Day and year in groups of their own: one "07" is not both.
+    for (std::size_t d = 0; d < groups.size(); ++d) {
+        for (std::size_t y = 0; y < groups.size(); ++y) {
+            const std::string& g = groups[y];
+            if (d != y && number(groups[d]) == std::stoi(dd) && (g.size() == 2 || g.size() == 4) &&
+                g.substr(g.size() - 2) == yy && month) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool onlyNames(const std::vector<std::string>& names, const std::string& text) {
+    const std::vector<std::string> words = runs(text, false);
+    if (words.empty() || !runs(text, true).empty()) {
+        return false;
+    }
+    return std::all_of(words.begin(), words.end(), [&](const std::string& word) {
+        // A long name may have one letter misread; a short one must be exact.
+        const std::size_t allowed = word.size() >= 5 ? 1 : 0;
+        return word.size() >= 2 && std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+                   return name.size() >= word.size() - allowed && name.size() <= word.size() + allowed &&
+                          distanceWithin(word, name) <= allowed;
+               });
+    });
+}
+
+} // namespace
+
+Holder holder(const std::vector<std::string>& zone) {
+    Holder h;
+    std::string names;
+    if (zone.size() == 3 && zone[0].size() == 30) {
+        h.numbers = {withoutFillers(zone[0].substr(5, 9)), withoutFillers(zone[0].substr(15)),
+                     withoutFillers(zone[1].substr(18, 11))};
+        h.birth = zone[1].substr(0, 6);
+        h.expiry = zone[1].substr(8, 6);
+        names = zone[2];
+    } else if (zone.size() == 2 && (zone[1].size() == 36 || zone[1].size() == 44)) {
+        h.numbers = {withoutFillers(zone[1].substr(0, 9)),
+                     withoutFillers(zone[1].substr(28, zone[1].size() == 44 ? 14 : 7))};
+        h.birth = zone[1].substr(13, 6);
+        h.expiry = zone[1].substr(21, 6);
+        names = zone[0].substr(5);
+    }
+    std::string name;
+    for (char c : names + '<') {
+        if (c != '<') {
+            name += c;
+        } else if (!name.empty()) {
+            h.names.push_back(std::move(name));
+            name.clear();
+        }
+    }
+    return h;
+}
+
+std::optional<FieldKind> repeated(const Holder& holder, std::string_view line) {
+    const std::string text = folded(line);
+    std::string compact;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(compact), [](char c) { return c != ' '; });
+    if (std::any_of(holder.numbers.begin(), holder.numbers.end(),
+                    [&](const std::string& number) { return repeatsNumber(number, compact); })) {
+        return FieldKind::number;
+    }
+    if (repeatsDate(holder.birth, text)) {
+        return FieldKind::birthDate;
+    }
+    if (repeatsDate(holder.expiry, text)) {
+        return FieldKind::expiryDate;
+    }
+    if (onlyNames(holder.names, text)) {
+        return FieldKind::personName;
+    }
+    return std::nullopt;
 }
 
 } // namespace MachineZone

@@ -3,6 +3,8 @@
 // Machine-readable zones as a recogniser reads them, put right by the zone's own layout: each position
 // of a TD1, TD2 or TD3 zone holds a digit, a letter or a filler, and its check digits must agree.
 
+#include "DocumentTypes.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,5 +27,19 @@ struct Found {
     bool valid = false;             // corrected, every check digit agreeing
 };
 std::optional<Found> find(const std::vector<std::string>& lines);
+
+// What a zone says of its holder, as `corrected` gives it; fillers removed. The visual part of the page
+// prints the same values again, often where no caption the detector knows explains them.
+struct Holder {
+    std::vector<std::string> numbers; // the document number, then optional data (often a personal number)
+    std::string birth, expiry;        // YYMMDD
+    std::vector<std::string> names;
+};
+Holder holder(const std::vector<std::string>& zone);
+
+// The kind of the holder's value that a line of the visual part repeats: a number (at most a quarter
+// of its characters misread), a birth or expiry date in any usual form, or a line made only of the
+// holder's names. None for anything else.
+std::optional<FieldKind> repeated(const Holder& holder, std::string_view line);
 
 } // namespace MachineZone

@@ -166,3 +166,62 @@ TEST(Assembly, RiskReadsWholeLinesNotSpans) {
     EXPECT_EQ(analysis.risk.score, 0);
     EXPECT_EQ(analysis.documentType, "Паспорт");
 }
+
+TEST(Assembly, ValuesTheZoneVouchesForAreMaskedWhereverThePageRepeatsThem) {
+    // A date with no caption in reach and names written with a comma: the detector alone leaves the
+    // date to the "uncertain" mask and the names unmasked.
+    std::vector<Line> page{line("12 AUG/AOUT 74", 0.35, 0.48, 0.17, 0.03), line("ERIKSSON, ANNA MARIA", 0.36, 0.27, 0.26, 0.03)};
+    auto kindsOf = [](const Analysis& analysis, FieldEvidence evidence) {
+        std::vector<FieldKind> kinds;
+        for (const RedactionRegion& r : analysis.regions) {
+            if (r.evidence == evidence) {
+                kinds.push_back(r.kind);
+            }
+        }
+        return kinds;
+    };
+    const Analysis alone = ImagePipeline::assemble(input(page));
+    EXPECT_TRUE(kindsOf(alone, FieldEvidence::machineReadable).empty());
+    page.push_back(line("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 0.04, 0.84, 0.92, 0.05));
+    page.push_back(line("L898902C36UTO7408122F1204159ZE184226B<<<<<10", 0.04, 0.91, 0.92, 0.05));
+    const Analysis withZone = ImagePipeline::assemble(input(page));
+    const auto vouched = kindsOf(withZone, FieldEvidence::machineReadable);
+    EXPECT_EQ(std::count(vouched.begin(), vouched.end(), FieldKind::birthDate), 1);
+    EXPECT_EQ(std::count(vouched.begin(), vouched.end(), FieldKind::personName), 1);
+    // The date's mask took its kind instead of standing twice.
+    EXPECT_EQ(std::count_if(withZone.regions.begin(), withZone.regions.end(),
+                            [](const RedactionRegion& r) { return r.kind == FieldKind::uncertain; }),
+              0);
+}
+
+TEST(Assembly, APassportPortraitTheDetectorMissedIsMaskedWhereThePageKeepsIt) {
+    // A TD3 page 1600 pixels wide: the zone's 44 characters span 0.92 of it, 13.1 pixels a millimetre.
+    auto in = input({line("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 0.04, 0.84, 0.92, 0.05),
+                     line("L898902C36UTO7408122F1204159ZE184226B<<<<<10", 0.04, 0.91, 0.92, 0.05)});
+    in.recognition.zones = {Box{0.04, 1 - 0.84 - 0.05, 0.92, 0.05}, Box{0.04, 1 - 0.91 - 0.05, 0.92, 0.05}};
+    auto faces = [](const Analysis& analysis) {
+        std::vector<Rect> found;
+        for (const RedactionRegion& r : analysis.regions) {
+            if (r.kind == FieldKind::face) {
+                found.push_back(r.rect);
+            }
+        }
+        return found;
+    };
+    const auto place = faces(ImagePipeline::assemble(in));
+    ASSERT_EQ(place.size(), 1u);
+    const double mm = 0.92 / (44 * 2.54);
+    EXPECT_NEAR(place[0].x, 0.04 - 3 * mm, 1e-9);
+    EXPECT_NEAR(place[0].maxX(), 0.04 + 44 * mm, 1e-9);
+    EXPECT_NEAR(place[0].maxY(), 0.84 - 3 * mm * 1.6, 1e-9);
+    EXPECT_NEAR(place[0].y, 0.84 - 60 * mm * 1.6, 1e-9);
+    // A face found there stands alone; one found elsewhere (a ghost copy at the right) does not count.
+    in.recognition.faces = {Box{0.1, 0.45, 0.15, 0.3}};
+    EXPECT_EQ(faces(ImagePipeline::assemble(in)).size(), 1u);
+    in.recognition.faces = {Box{0.85, 0.5, 0.05, 0.1}};
+    EXPECT_EQ(faces(ImagePipeline::assemble(in)).size(), 2u);
+    // A card's three-line zone says nothing of where its portrait is.
+    in.recognition.faces.clear();
+    in.recognition.zones.push_back(Box{0.04, 0.0, 0.92, 0.04});
+    EXPECT_TRUE(faces(ImagePipeline::assemble(in)).empty());
+}

@@ -50,7 +50,7 @@ const std::string joinedWarning = "Номер и дата объединены �
 } // namespace
 
 TEST(DatePattern, FiveShapesWithoutCalendarChecks) {
-    for (const char* date : {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021", "MARCH 7, 2021",
+    for (const char* date : {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021", "07 DEC /DÉC 84", "MARCH 7, 2021",
                              "31.02.2020", "12 АВГ 1974"}) {
         EXPECT_TRUE(FieldDetector::containsDate(date)) << date;
     }
@@ -110,6 +110,12 @@ TEST(LineClassifiers, DocumentTypesAndHeadings) {
               "Водительское удостоверение");
     EXPECT_EQ(FieldDetector::documentType(page({{"Personalausweis", 0, 0, 1, 0.1}})), "ID-карта");
     EXPECT_EQ(FieldDetector::documentType({}), "Тип не определён");
+    // A licence whose title was lost: two different numbered fields of 4a to 4d name it; one does not,
+    // nor does a 4 that belongs to a word or a number.
+    EXPECT_EQ(FieldDetector::documentType(page({{"4a ISS. 03/18/2018", 0, 0.2, 0.4, 0.1}, {"4d NUMBER", 0.5, 0.2, 0.4, 0.1}})),
+              "Водительское удостоверение");
+    EXPECT_EQ(FieldDetector::documentType(page({{"4d DL# A123", 0, 0.2, 0.4, 0.1}, {"APT 14B", 0, 0.3, 0.4, 0.1}})),
+              "Тип не определён");
     EXPECT_TRUE(FieldDetector::isHeading("PERSONALAUSWEIS", ""));
     EXPECT_TRUE(FieldDetector::isHeading("Republik Österreich", ""));
     EXPECT_FALSE(FieldDetector::isHeading("ERIKA", ""));

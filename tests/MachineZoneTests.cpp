@@ -78,3 +78,37 @@ TEST(MachineZone, TheZoneIsFoundAmongAPagesLines) {
     EXPECT_EQ(broken->lines[1], "7408122F1204158UTO<<<<<<<<<<<6");
     EXPECT_FALSE(MachineZone::find({"UNITED KINGDOM", "PASSPORT"}));
 }
+
+TEST(MachineZone, TheHoldersValuesComeFromEachLayout) {
+    const MachineZone::Holder passport = MachineZone::holder(td3);
+    EXPECT_EQ(passport.numbers, (std::vector<std::string>{"L898902C3", "ZE184226B"}));
+    EXPECT_EQ(passport.birth, "740812");
+    EXPECT_EQ(passport.expiry, "120415");
+    EXPECT_EQ(passport.names, (std::vector<std::string>{"ERIKSSON", "ANNA", "MARIA"}));
+    const MachineZone::Holder card = MachineZone::holder(td1);
+    EXPECT_EQ(card.numbers.front(), "D23145890");
+    EXPECT_EQ(card.birth, "740812");
+    EXPECT_EQ(card.names, passport.names);
+    EXPECT_EQ(MachineZone::holder(td2).numbers.front(), "D23145890");
+}
+
+TEST(MachineZone, TheVisualPartRepeatsTheHoldersValues) {
+    const MachineZone::Holder h = MachineZone::holder(td3);
+    auto kind = [&](const char* line) { return MachineZone::repeated(h, line); };
+    // Numbers, misread by a character or two, in Cyrillic or Greek look-alikes, behind a caption.
+    for (const char* line : {"L898902C3", "L8989O2C3", "Passport No. L89B902C3", "ΖΕ 184226 В", "ZE 184226 8"}) {
+        EXPECT_EQ(kind(line), FieldKind::number) << line;
+    }
+    // Dates in the usual forms; the issue date, which the zone does not hold, is not taken.
+    for (const char* line : {"12 AUG/AOUT 74", "12 AUG /AOÛT 1974", "12.08.1974", "740812", "12081974", "1974-08-12"}) {
+        EXPECT_EQ(kind(line), FieldKind::birthDate) << line;
+    }
+    EXPECT_EQ(kind("15 APR/AVR 12"), FieldKind::expiryDate);
+    EXPECT_EQ(kind("16 APR/AVR 07"), std::nullopt);
+    // A line of the holder's names, one letter misread in a long one; never a caption or another word.
+    EXPECT_EQ(kind("ERIKSON, ANNA MARIA"), FieldKind::personName);
+    EXPECT_EQ(kind("ANNA"), FieldKind::personName);
+    for (const char* line : {"Name/ Nom", "ANNA BERG", "UTOPIA", "12 74", "L8989"}) {
+        EXPECT_EQ(kind(line), std::nullopt) << line;
+    }
+}
