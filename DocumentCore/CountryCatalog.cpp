@@ -1,5 +1,6 @@
 #include "CountryCatalog.h"
 
+#include "FieldDetector.h"
 #include "FieldLexicon.h"
 #include "UnicodeText.h"
 
@@ -267,11 +268,7 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
     }
 
     // E: driving licences name their state or province near the top.
-    std::string joined;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        joined += (i ? " " : "") + lines[i].text;
-    }
-    if (FieldLexicon::isDrivingLicence(joined)) {
+    if (FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType) {
         std::vector<icu::UnicodeString> top;
         for (std::size_t i = 0; i < lines.size(); ++i) {
             if (centre(lines[i]) < stateLimit && !UnicodeText::search(fieldLabelExclusion(), normalized[i])) {

@@ -275,6 +275,15 @@ Analysis assemble(const AssemblyInput& input) {
             }
         }
     }
+    // Text boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible: every text
+    // mask reaches past its line by this share of the line's height, on every side.
+    constexpr double textMargin = 0.2;
+    const double aspect =
+        input.image && input.image->width > 0 ? static_cast<double>(input.image->height) / input.image->width : 1.0;
+    for (RedactionRegion& region : regions) {
+        const double dy = textMargin * region.rect.height, dx = dy * aspect;
+        region.rect = Rect{region.rect.x - dx, region.rect.y - dy, region.rect.width + 2 * dx, region.rect.height + 2 * dy};
+    }
     for (const auto& face : input.recognition.faces) {
         const Rect r = topLeftOf(face);
         regions.push_back(RedactionRegion{FieldKind::face,

@@ -163,10 +163,6 @@ struct Word {
 // words into one line; a gap wider than this many word heights parts them again.
 constexpr double columnGap = 3.0;
 
-// Masks reach this share of a line's height past its ink on every side (measured on the real
-// specimens against a tenth and three tenths).
-constexpr double textMargin = 0.2;
-
 std::vector<std::vector<Word>> columns(std::vector<Word>& words) {
     std::vector<std::vector<Word>> pieces;
     if (words.empty()) {
@@ -198,11 +194,6 @@ Line line(const std::vector<Word>& words, int cols, int rows) {
         box |= w.box;
         confidence += w.confidence;
     }
-    // Glyph boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible.
-    const int margin = static_cast<int>(std::lround(textMargin * box.height));
-    const cv::Rect pageRect(0, 0, cols, rows);
-    auto grown = [&](const cv::Rect& r) { return (r + cv::Size(2 * margin, 2 * margin) - cv::Point(margin, margin)) & pageRect; };
-    box = grown(box);
     result.box = normalised(box.x, box.y, box.x + box.width, box.y + box.height, cols, rows);
     result.confidence = confidence / static_cast<float>(words.size());
     int offset = 0;
@@ -217,9 +208,8 @@ Line line(const std::vector<Word>& words, int cols, int rows) {
             result.text += ' ';
             offset += 1;
         }
-        for (const auto& [text, ink] : w.glyphs) {
+        for (const auto& [text, glyph] : w.glyphs) {
             const int length = utf16Length(text);
-            const cv::Rect glyph = grown(ink);
             result.symbols.push_back(Symbol{offset, offset + length, normalised(glyph.x, glyph.y, glyph.x + glyph.width,
                                                                                 glyph.y + glyph.height, cols, rows)});
             result.text += text;

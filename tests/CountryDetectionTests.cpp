@@ -145,6 +145,8 @@ TEST(DetectLicence, AmericanStatesAndCanadianProvinces) {
     EXPECT_EQ(california, (CountryDetection{"USA", "США", "Предположительно: регион выдачи водительского удостоверения",
                                             true, false}));
     EXPECT_EQ(detect({{"ONTARIO", 0.06}, {"DRIVER'S LICENCE / PERMIS DE CONDUIRE", 0.12}}).code, "CAN");
+    // A title the recogniser lost: the licence's field numbers stand for it.
+    EXPECT_EQ(detect({{"MASSACHUSETTS", 0.06}, {"4a ISS. 03/18/2018", 0.25}, {"4d NUMBER", 0.25}}).code, "USA");
     // Both, or a state without a licence title, fall through.
     EXPECT_EQ(detect({{"ONTARIO TEXAS", 0.06}, {"DRIVER LICENSE", 0.12}}), CountryDetection::unknown());
     EXPECT_EQ(detect({{"CALIFORNIA", 0.06}, {"IDENTIFICATION CARD", 0.12}}), CountryDetection::unknown());
