@@ -205,5 +205,5 @@ struct PDFPageResult {
 
 struct ProcessedPDF {
     std::vector<std::uint8_t> data;
-    std::vector<PDFPageResult> pages;
+    std::vector<Analysis> pages; // one a page, in order
 };

@@ -11,36 +11,29 @@
 namespace PDFPipeline {
 namespace {
 
-// The longer side aims at 2,200 pixels, but a page is never rendered below 1 or above 2 pixels per point.
+// The longer side aims at 2,200 pixels, but a page is never rendered below 1 or above 2 pixels per
+// point, unless it is so large that its bitmap would pass the limits a photo has (20,000 pixels a side,
+// 50 megapixels): such a page is rendered at the scale that keeps it within them.
 constexpr double targetSide = 2200;
 constexpr double minimumScale = 1.0;
 constexpr double maximumScale = 2.0;
+constexpr double largestSide = 20000;
+constexpr double mostPixels = 50e6;
+// A side longer than this many points (35 metres) is no document page but a broken or hostile file.
+constexpr double largestPage = 100000;
 
 std::optional<Bitmap> render(const PDFDocument& document, int index) {
     const auto box = platform::Pdf::mediaBox(*document.handle, index);
-    if (!box || !(box->width > 0) || !(box->height > 0)) {
+    if (!box || !(box->width > 0) || !(box->height > 0) || !(box->width <= largestPage) || !(box->height <= largestPage)) {
         return std::nullopt;
     }
-    const double scale = std::clamp(targetSide / std::max(box->width, box->height), minimumScale, maximumScale);
+    const double scale = std::min({std::clamp(targetSide / std::max(box->width, box->height), minimumScale, maximumScale),
+                                   largestSide / std::max(box->width, box->height),
+                                   std::sqrt(mostPixels / (box->width * box->height))});
     // std::lround rounds half away from zero.
-    const long width = std::max(1L, std::lround(box->width * scale));
-    const long height = std::max(1L, std::lround(box->height * scale));
-    if (width > 20000 || height > 20000) { // twice the largest page a PDF may have is 28,800 points
-        return std::nullopt;
-    }
+    const long width = std::clamp(std::lround(box->width * scale), 1L, static_cast<long>(largestSide));
+    const long height = std::clamp(std::lround(box->height * scale), 1L, static_cast<long>(largestSide));
     return platform::Pdf::renderPage(*document.handle, index, scale, static_cast<int>(width), static_cast<int>(height));
-}
-
-std::vector<std::uint8_t> makePDF(const std::vector<PDFPageResult>& pages) {
-    std::vector<const Bitmap*> images;
-    for (const PDFPageResult& page : pages) {
-        images.push_back(&page.cleaned);
-    }
-    try {
-        return platform::Pdf::writeImagePDF(images, "Quorvel");
-    } catch (const platform::CodecError&) {
-        return {}; // no writer: an empty file, as the application expects
-    }
 }
 
 } // namespace
@@ -60,8 +53,15 @@ PDFDocument load(const std::filesystem::path& file) {
 
 RedactionPolicy pdfPolicy() noexcept { return RedactionPolicy{false, false, false, true}; }
 
-ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress) {
+ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress,
+                     const PageDone& pageDone) {
     ProcessedPDF result;
+    std::optional<platform::Pdf::ImagePDFWriter> writer;
+    try {
+        writer.emplace();
+    } catch (const platform::CodecError&) {
+        // no writer: an empty file, as the application expects
+    }
     for (int index = 0; index < document.pageCount; ++index) {
         std::optional<Bitmap> page = render(document, index);
         if (!page) {
@@ -72,12 +72,28 @@ ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy,
         LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0}, upright.quarterTurns};
         Analysis analysis = ImagePipeline::analyze(loaded);
         Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy);
-        result.pages.push_back(PDFPageResult{index, std::move(loaded.image), std::move(cleaned), std::move(analysis)});
+        if (writer) {
+            try {
+                writer->addPage(cleaned);
+            } catch (const platform::CodecError&) {
+                writer.reset();
+            }
+        }
+        result.pages.push_back(analysis);
+        if (pageDone) {
+            pageDone(PDFPageResult{index, std::move(loaded.image), std::move(cleaned), std::move(analysis)});
+        }
         if (progress) {
             progress(index + 1, document.pageCount);
         }
     }
-    result.data = makePDF(result.pages);
+    if (writer) {
+        try {
+            result.data = writer->finish("Quorvel");
+        } catch (const platform::CodecError&) {
+            result.data.clear();
+        }
+    }
     return result;
 }
 

@@ -29,9 +29,15 @@ RedactionPolicy pdfPolicy() noexcept;
 
 // Told after each page: pages done, pages in all.
 using PageProgress = std::function<void(int done, int total)>;
+// Given each page as soon as it is done, its images included; the pipeline keeps none of them.
+using PageDone = std::function<void(PDFPageResult&& page)>;
 
-// Pages strictly one after another; the first failing page fails the whole call. Output pages measure
-// one point per pixel of the rendered page. Errors of the recogniser pass through unchanged.
-ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress = {});
+// Pages strictly one after another, each rendered, analysed, masked and handed to the writer before
+// the next is rendered, so that memory stays flat however long the document: the result holds the
+// new PDF and each page's analysis, not its images (those go to `pageDone`). The first failing page
+// fails the whole call. Output pages measure one point per pixel of the rendered page. Errors of the
+// recogniser pass through unchanged.
+ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress = {},
+                     const PageDone& pageDone = {});
 
 } // namespace PDFPipeline

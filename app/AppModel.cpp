@@ -3,6 +3,8 @@
 #include "FileSystem.h"
 #include "ImagePipeline.h"
 #include "PDFPipeline.h"
+#include "PlatformError.h"
+#include "PngCodec.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -40,16 +42,22 @@ std::shared_ptr<const Bitmap> shared(Bitmap image) { return std::make_shared<con
 
 AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy policy) {
     policy.hidePersonName = true; // names are always hidden in PDFs, whatever the switch says
-    ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(path), policy);
-    if (processed.pages.empty()) {
+    Result result;
+    // Pages are kept as PNG and the one shown is decoded, so that a long PDF does not fill the memory.
+    auto packed = [](const Bitmap& image) {
+        return std::make_shared<const std::vector<std::uint8_t>>(platform::PngCodec::encode(image));
+    };
+    ProcessedPDF processed =
+        PDFPipeline::process(PDFPipeline::load(path), policy, {}, [&](PDFPageResult&& page) {
+            result.pdfPages.push_back(Page{packed(page.original), packed(page.cleaned), std::move(page.analysis)});
+            if (!result.original) {
+                result.original = shared(std::move(page.original));
+                result.output = shared(std::move(page.cleaned));
+            }
+        });
+    if (result.pdfPages.empty()) {
         throw DocumentError(DocumentError::invalidImage);
     }
-    Result result;
-    for (PDFPageResult& page : processed.pages) {
-        result.pdfPages.push_back(Page{shared(std::move(page.original)), shared(std::move(page.cleaned)), std::move(page.analysis)});
-    }
-    result.original = result.pdfPages.front().original;
-    result.output = result.pdfPages.front().output;
     result.analysis = result.pdfPages.front().analysis;
     result.pdf = std::move(processed.data);
     result.pages = static_cast<int>(result.pdfPages.size());
@@ -135,10 +143,14 @@ void AppModel::showPage(int index) {
         return;
     }
     const Page& page = pdfPages_[static_cast<std::size_t>(index)];
+    try {
+        original_ = shared(platform::PngCodec::decode(*page.original));
+        output_ = shared(platform::PngCodec::decode(*page.output));
+    } catch (const platform::CodecError&) {
+        return; // our own encoding: cannot fail but for memory, and then the page shown stays
+    }
     currentPage_ = index;
     pagesSeen_[static_cast<std::size_t>(index)] = true;
-    original_ = page.original;
-    output_ = page.output;
     analysis_ = page.analysis;
     emit changed();
 }

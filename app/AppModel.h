@@ -103,7 +103,7 @@ private:
     // Back to no document, without telling the views.
     void reset();
     struct Page {
-        std::shared_ptr<const Bitmap> original, output;
+        std::shared_ptr<const std::vector<std::uint8_t>> original, output; // PNG
         Analysis analysis;
     };
     struct Result {

@@ -244,8 +244,8 @@ nlohmann::json redactPDF(const fs::path& input, const fs::path& output, Redactio
     }
     platform::FileSystem::writeAtomically(output, cleaned.data);
     nlohmann::json report{{"pages", nlohmann::json::array()}};
-    for (const PDFPageResult& page : cleaned.pages) {
-        report["pages"].push_back(analysisToJson(page.analysis));
+    for (const Analysis& page : cleaned.pages) {
+        report["pages"].push_back(analysisToJson(page));
     }
     return report;
 }

@@ -35,8 +35,25 @@ std::optional<MediaBox> mediaBox(const Document& document, int index);
 std::optional<Bitmap> renderPage(const Document& document, int index, double scale, int width, int height);
 
 // A PDF whose every page is one of the images, drawn at one point per pixel; the information dictionary
-// holds only the creator. Nothing else: no text, fonts, dates, producer or metadata stream. Throws
-// CodecError when the writer fails.
+// holds only the creator. Nothing else: no text, fonts, dates, producer or metadata stream. Pages are
+// added one at a time and compressed (losslessly, Flate) as they come, so that a long document holds
+// only compressed pages. Throws CodecError when the writer fails.
+class ImagePDFWriter {
+public:
+    ImagePDFWriter();
+    ~ImagePDFWriter();
+    ImagePDFWriter(const ImagePDFWriter&) = delete;
+    ImagePDFWriter& operator=(const ImagePDFWriter&) = delete;
+
+    void addPage(const Bitmap& image);
+    std::vector<std::uint8_t> finish(const std::string& creator);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// The same for pages at hand.
 std::vector<std::uint8_t> writeImagePDF(const std::vector<const Bitmap*>& pages, const std::string& creator);
 
 } // namespace platform::Pdf

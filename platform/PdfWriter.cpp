@@ -11,6 +11,8 @@
 #include <qpdf/QPDFPageDocumentHelper.hh>
 #include <qpdf/QPDFWriter.hh>
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -36,29 +38,55 @@ void blankDocumentID(std::vector<std::uint8_t>& pdf) {
 
 } // namespace
 
-std::vector<std::uint8_t> writeImagePDF(const std::vector<const Bitmap*>& pages, const std::string& creator) {
+struct ImagePDFWriter::State {
+    QPDF pdf;
+    std::unique_ptr<QPDFPageDocumentHelper> pages;
+};
+
+ImagePDFWriter::ImagePDFWriter() : state_(std::make_unique<State>()) {
     try {
-        QPDF pdf;
-        pdf.emptyPDF();
-        QPDFPageDocumentHelper helper(pdf);
-        for (const Bitmap* image : pages) {
-            const std::string width = std::to_string(image->width);
-            const std::string height = std::to_string(image->height);
-            QPDFObjectHandle picture = QPDFObjectHandle::newStream(&pdf);
-            picture.replaceDict(QPDFObjectHandle::parse("<< /Type /XObject /Subtype /Image /Width " + width +
-                                                        " /Height " + height +
-                                                        " /ColorSpace /DeviceRGB /BitsPerComponent 8 >>"));
-            // Stored unfiltered here; the writer compresses it losslessly (Flate), so masks stay pure black.
-            picture.replaceStreamData(std::string(reinterpret_cast<const char*>(image->pixels.data()), image->pixels.size()),
-                                      QPDFObjectHandle::newNull(), QPDFObjectHandle::newNull());
-            QPDFObjectHandle contents =
-                QPDFObjectHandle::newStream(&pdf, "q " + width + " 0 0 " + height + " 0 0 cm /Im0 Do Q\n");
-            QPDFObjectHandle page = pdf.makeIndirectObject(QPDFObjectHandle::parse(
-                "<< /Type /Page /MediaBox [0 0 " + width + " " + height + "] /Resources << /XObject << >> >> >>"));
-            page.getKey("/Resources").getKey("/XObject").replaceKey("/Im0", picture);
-            page.replaceKey("/Contents", contents);
-            helper.addPage(QPDFPageObjectHelper(page), false);
-        }
+        state_->pdf.emptyPDF();
+        state_->pages = std::make_unique<QPDFPageDocumentHelper>(state_->pdf);
+    } catch (const std::exception& error) {
+        throw CodecError(std::string("PDF writer: ") + error.what());
+    }
+}
+
+ImagePDFWriter::~ImagePDFWriter() = default;
+
+void ImagePDFWriter::addPage(const Bitmap& image) {
+    // Compressed now rather than when the file is written: the writer keeps every page until then.
+    uLongf size = compressBound(static_cast<uLong>(image.pixels.size()));
+    std::string packed(size, '\0');
+    if (compress2(reinterpret_cast<Bytef*>(packed.data()), &size, image.pixels.data(),
+                  static_cast<uLong>(image.pixels.size()), Z_DEFAULT_COMPRESSION) != Z_OK) {
+        throw CodecError("PDF writer: a page could not be compressed");
+    }
+    packed.resize(size);
+    try {
+        QPDF& pdf = state_->pdf;
+        const std::string width = std::to_string(image.width);
+        const std::string height = std::to_string(image.height);
+        QPDFObjectHandle picture = QPDFObjectHandle::newStream(&pdf);
+        picture.replaceDict(QPDFObjectHandle::parse("<< /Type /XObject /Subtype /Image /Width " + width + " /Height " +
+                                                    height + " /ColorSpace /DeviceRGB /BitsPerComponent 8 >>"));
+        // Lossless, so that masks stay pure black.
+        picture.replaceStreamData(packed, QPDFObjectHandle::newName("/FlateDecode"), QPDFObjectHandle::newNull());
+        QPDFObjectHandle contents =
+            QPDFObjectHandle::newStream(&pdf, "q " + width + " 0 0 " + height + " 0 0 cm /Im0 Do Q\n");
+        QPDFObjectHandle page = pdf.makeIndirectObject(QPDFObjectHandle::parse(
+            "<< /Type /Page /MediaBox [0 0 " + width + " " + height + "] /Resources << /XObject << >> >> >>"));
+        page.getKey("/Resources").getKey("/XObject").replaceKey("/Im0", picture);
+        page.replaceKey("/Contents", contents);
+        state_->pages->addPage(QPDFPageObjectHelper(page), false);
+    } catch (const std::exception& error) {
+        throw CodecError(std::string("PDF writer: ") + error.what());
+    }
+}
+
+std::vector<std::uint8_t> ImagePDFWriter::finish(const std::string& creator) {
+    try {
+        QPDF& pdf = state_->pdf;
         QPDFObjectHandle info = pdf.makeIndirectObject(QPDFObjectHandle::newDictionary());
         info.replaceKey("/Creator", QPDFObjectHandle::newUnicodeString(creator));
         pdf.getTrailer().replaceKey("/Info", info);
@@ -76,6 +104,14 @@ std::vector<std::uint8_t> writeImagePDF(const std::vector<const Bitmap*>& pages,
     } catch (const std::exception& error) {
         throw CodecError(std::string("PDF writer: ") + error.what());
     }
+}
+
+std::vector<std::uint8_t> writeImagePDF(const std::vector<const Bitmap*>& pages, const std::string& creator) {
+    ImagePDFWriter writer;
+    for (const Bitmap* page : pages) {
+        writer.addPage(*page);
+    }
+    return writer.finish(creator);
 }
 
 } // namespace platform::Pdf

@@ -8,11 +8,25 @@ using namespace testing_support;
 
 namespace {
 
+// The new PDF and every page as it was handed out.
+struct PdfRun {
+    std::vector<std::uint8_t> data;
+    std::vector<PDFPageResult> pages;
+};
+
 class PdfPipeline : public ::testing::Test {
 protected:
-    ProcessedPDF process(const std::vector<TestPage>& pages, const TestPdfOptions& options = {}) {
+    PdfRun process(const std::vector<TestPage>& pages, const TestPdfOptions& options = {}) {
         writeBytes(dir / "in.pdf", makePdf(pages, options));
-        return PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), PDFPipeline::pdfPolicy());
+        PdfRun run;
+        ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), PDFPipeline::pdfPolicy(), {},
+                                                      [&](PDFPageResult&& page) { run.pages.push_back(std::move(page)); });
+        EXPECT_EQ(processed.pages.size(), run.pages.size());
+        for (std::size_t i = 0; i < std::min(processed.pages.size(), run.pages.size()); ++i) {
+            EXPECT_EQ(processed.pages[i].regions.size(), run.pages[i].analysis.regions.size());
+        }
+        run.data = std::move(processed.data);
+        return run;
     }
 
     DocumentError::Code loadError(const std::vector<std::uint8_t>& bytes) {
@@ -33,7 +47,7 @@ protected:
 
 TEST_F(PdfPipeline, PageSizesFollowTheClampedScale) {
     // A4 renders at 2 pixels a point, letter too; a 2000 x 3000 point page at 1.
-    const ProcessedPDF pdf = process({TestPage{0, 0, 595, 842, {}}, TestPage{0, 0, 612, 792, {}}, TestPage{0, 0, 2000, 3000, {}}});
+    const PdfRun pdf = process({TestPage{0, 0, 595, 842, {}}, TestPage{0, 0, 612, 792, {}}, TestPage{0, 0, 2000, 3000, {}}});
     ASSERT_EQ(pdf.pages.size(), 3u);
     EXPECT_EQ(pdf.pages[0].original.width, 1190);
     EXPECT_EQ(pdf.pages[0].original.height, 1684);
@@ -48,8 +62,17 @@ TEST_F(PdfPipeline, PageSizesFollowTheClampedScale) {
     EXPECT_EQ(facts.pageSizes, (std::vector<std::pair<double, double>>{{1190, 1684}, {1224, 1584}, {2000, 3000}}));
 }
 
+TEST_F(PdfPipeline, APageTooLargeForItsScaleIsRenderedSmaller) {
+    // 30,000 points across: at one pixel a point it would pass 20,000 pixels, so it is scaled to them.
+    const PdfRun pdf = process({TestPage{0, 0, 30000, 1000, {}}});
+    ASSERT_EQ(pdf.pages.size(), 1u);
+    EXPECT_EQ(pdf.pages[0].original.width, 20000);
+    EXPECT_EQ(pdf.pages[0].original.height, 667);
+    EXPECT_EQ(inspectPdf(pdf.data).pageSizes, (std::vector<std::pair<double, double>>{{20000, 667}}));
+}
+
 TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
-    const ProcessedPDF pdf = process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
+    const PdfRun pdf = process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
     const PdfFacts facts = inspectPdf(pdf.data);
     EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
     EXPECT_EQ(facts.creator, "Quorvel");
@@ -68,7 +91,7 @@ TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
 }
 
 TEST_F(PdfPipeline, AShiftedMediaBoxIsRenderedFromItsLowerLeftCorner) {
-    const ProcessedPDF pdf = process({TestPage{100, 200, 595, 842, {}, true}});
+    const PdfRun pdf = process({TestPage{100, 200, 595, 842, {}, true}});
     const Bitmap& page = pdf.pages[0].original;
     // The 50-point square at the box's corner is 100 pixels in the bitmap's lower-left corner.
     EXPECT_EQ(page.at(10, page.height - 10)[0], 0);
