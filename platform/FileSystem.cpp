@@ -91,33 +91,10 @@ std::vector<std::uint8_t> readFile(const std::filesystem::path& path) {
     return bytes;
 }
 
-void writeAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) {
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-    std::filesystem::path temporary;
-    int fd = -1;
-    // The temporary file sits beside the target so that rename never crosses file systems; mode 0666
-    // lets the umask decide the final permissions, as for any newly created file.
-    for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
-        // Appended in place: GCC 12 at -O3 warns falsely (-Wrestrict) on a chain of operator+.
-        std::string name = ".";
-        name += path.filename().string();
-        name += ".quorvel-";
-        name += randomSuffix();
-        temporary = folder / name;
-        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) {
-            throwErrno(errno, path);
-        }
-    }
-    if (fd < 0) {
-        throwErrno(EEXIST, path);
-    }
-    Descriptor guard(fd);
-    auto fail = [&](int error) {
-        ::close(guard.release());
-        ::unlink(temporary.c_str());
-        throwErrno(error, path);
-    };
+namespace {
+
+// Writes every byte and makes it durable; false with errno set when the disk refuses.
+bool writeAll(int fd, std::span<const std::uint8_t> bytes) {
     std::size_t written = 0;
     while (written < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
@@ -125,24 +102,94 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
             if (errno == EINTR) {
                 continue;
             }
-            fail(errno);
+            return false;
         }
         written += static_cast<std::size_t>(n);
     }
-    if (::fsync(fd) != 0) {
-        fail(errno);
+    return ::fsync(fd) == 0;
+}
+
+std::filesystem::path hiddenName(const std::filesystem::path& folder, const std::filesystem::path& path) {
+    // Appended in place: GCC 12 at -O3 warns falsely (-Wrestrict) on a chain of operator+.
+    std::string name = ".";
+    name += path.filename().string();
+    name += ".quorvel-";
+    name += randomSuffix();
+    return folder / name;
+}
+
+// Gives the written unnamed file its name: linked straight to a path that does not exist yet, or
+// linked under a hidden name beside it and renamed over the old file. Returns errno, or 0.
+int publish(int fd, const std::filesystem::path& folder, const std::filesystem::path& path) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return 0;
     }
-    if (::close(guard.release()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        throwErrno(error, path);
+    if (errno != EEXIST) {
+        return errno;
     }
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        throwErrno(error, path);
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        const std::filesystem::path temporary = hiddenName(folder, path);
+        if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temporary.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+            if (errno == EEXIST) {
+                continue;
+            }
+            return errno;
+        }
+        if (::rename(temporary.c_str(), path.c_str()) != 0) {
+            const int error = errno;
+            ::unlink(temporary.c_str());
+            return error;
+        }
+        return 0;
     }
-    // Make the rename itself durable; a folder that cannot be synced is no reason to fail.
+    return EEXIST;
+}
+
+} // namespace
+
+void writeAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) {
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    // The file is written unnamed in the target's folder (so that nothing is left behind when the
+    // program is killed while writing, and no rename crosses file systems), then named. Mode 0666 lets
+    // the umask decide the final permissions, as for any newly created file.
+    Descriptor unnamed(::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    bool named = false;
+    if (unnamed.get() >= 0) {
+        if (!writeAll(unnamed.get(), bytes)) {
+            throwErrno(errno, path);
+        }
+        const int error = publish(unnamed.get(), folder, path);
+        // No /proc to name the file through: written again the other way.
+        named = error == 0;
+        if (error != 0 && error != ENOENT) {
+            throwErrno(error, path);
+        }
+    } else if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        throwErrno(errno, path);
+    }
+    if (!named) {
+        // File systems without unnamed files: a hidden named one beside the target, removed on failure.
+        std::filesystem::path temporary;
+        int fd = -1;
+        for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
+            temporary = hiddenName(folder, path);
+            fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (fd < 0 && errno != EEXIST) {
+                throwErrno(errno, path);
+            }
+        }
+        if (fd < 0) {
+            throwErrno(EEXIST, path);
+        }
+        Descriptor guard(fd);
+        if (!writeAll(fd, bytes) || ::close(guard.release()) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
+            const int error = errno;
+            ::unlink(temporary.c_str());
+            throwErrno(error, path);
+        }
+    }
+    // Make the name itself durable; a folder that cannot be synced is no reason to fail.
     Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.get() >= 0) {
         ::fsync(dir.get());

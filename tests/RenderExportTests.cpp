@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -172,6 +174,35 @@ TEST_F(Export, AFolderWithoutWritePermissionGivesTheSystemErrorAndStaysAsItWas) 
 TEST_F(Export, AMissingFolderLeavesNothingBehind) {
     EXPECT_THROW(ImagePipeline::exportPNG(patterned(10, 10), dir / "missing" / "out.png"), std::system_error);
     EXPECT_TRUE(dir.entries().empty());
+}
+
+TEST_F(Export, AProgramKilledWhileSavingLeavesTheOldFileAndNothingElse) {
+    const std::vector<std::uint8_t> old(100, 'x');
+    writeBytes(dir / "out.png", old);
+    const Bitmap large = patterned(1200, 900);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // The kernel stops the program with SIGXFSZ once the file passes 64 KB: midway through the write.
+        const rlimit limit{65536, 65536};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        ImagePipeline::exportPNG(large, dir / "out.png");
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status)) << status;
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.png"});
+    EXPECT_EQ(readBytes(dir / "out.png"), old);
+}
+
+TEST_F(Export, TheSystemsTemporaryFolderPlaysNoPart) {
+    const char* saved = std::getenv("TMPDIR");
+    const std::string previous = saved ? saved : "";
+    ::setenv("TMPDIR", (dir.path() / "no-such-folder").c_str(), 1);
+    ImagePipeline::exportPNG(patterned(10, 10), dir / "out.png");
+    saved ? ::setenv("TMPDIR", previous.c_str(), 1) : ::unsetenv("TMPDIR");
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.png"});
 }
 
 TEST_F(Export, AnEmptyBitmapIsRefusedBeforeTheDisk) {
