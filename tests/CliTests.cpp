@@ -2,6 +2,7 @@
 #include "TestPdfs.h"
 
 #include <gtest/gtest.h>
+#include <png.h>
 #include <nlohmann/json.hpp>
 
 #include <sys/wait.h>
@@ -186,6 +187,35 @@ TEST_F(RedactCommand, NeverOverwritesAnInput) {
                            " -o " + quoted(dir.path().string()));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(readBytes(dir / "a-redacted.png"), before);
+}
+
+TEST_F(RedactCommand, OneFileNeverOverwritesItselfNotEvenThroughALink) {
+    writeBytes(dir / "a.png", encodePng(2, 2, PNG_COLOR_TYPE_GRAY, 8, {1, 2, 3, 4}));
+    std::filesystem::create_symlink(dir / "a.png", dir / "link.png");
+    writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
+    const auto before = readBytes(dir / "a.png");
+    for (const char* target : {"a.png", "link.png"}) {
+        const std::string output = quoted((dir / target).string());
+        const CliRun redact = cli("redact " + quoted((dir / "a.png").string()) + " -o " + output);
+        EXPECT_EQ(redact.exitCode, 2) << target << ": " << redact.output;
+        const CliRun mask = cli("mask " + quoted((dir / "a.png").string()) + " --regions " +
+                                quoted((dir / "r.json").string()) + " -o " + output);
+        EXPECT_EQ(mask.exitCode, 2) << target << ": " << mask.output;
+        EXPECT_EQ(readBytes(dir / "a.png"), before) << target;
+    }
+}
+
+TEST_F(RedactCommand, TwoInputsOfOneNameFromTwoFoldersAreRefusedBeforeAnyWork) {
+    std::filesystem::create_directories(dir / "x");
+    std::filesystem::create_directories(dir / "y");
+    std::filesystem::create_directories(dir / "out");
+    writeBytes(dir / "x" / "scan.jpg", encodeJpeg(patterned(64, 64)));
+    writeBytes(dir / "y" / "scan.jpg", encodeJpeg(patterned(64, 64)));
+    const CliRun run = cli("redact " + quoted((dir / "x" / "scan.jpg").string()) + " " +
+                           quoted((dir / "y" / "scan.jpg").string()) + " -o " + quoted((dir / "out").string()));
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    EXPECT_NE(run.output.find("scan-redacted.png"), std::string::npos) << run.output;
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
 TEST_F(RedactCommand, APdfBecomesAnImageOnlyPdf) {

@@ -127,6 +127,10 @@ TEST(IdentifierRanges, DigitsLettersAndDates) {
     EXPECT_EQ(FieldDetector::identifierRanges("X-123/45"), (std::vector<TextRange>{{0, 8}}));
     EXPECT_EQ(FieldDetector::identifierRanges("12 34 567890"), (std::vector<TextRange>{{0, 12}}));
     EXPECT_EQ(FieldDetector::identifierRanges("AB12C A1234 X 1234 ABC1"), (std::vector<TextRange>{{0, 5}, {6, 5}}));
+    // Five digits alone are an identifier, four are not; nor are four characters with two digits.
+    EXPECT_EQ(FieldDetector::identifierRanges("ZIP 12345"), (std::vector<TextRange>{{4, 5}}));
+    EXPECT_TRUE(FieldDetector::identifierRanges("ROOM 1234").empty());
+    EXPECT_TRUE(FieldDetector::identifierRanges("AB12").empty());
     EXPECT_TRUE(FieldDetector::identifierRanges("12.03.1990").empty());
     // Cyrillic series and number; ranges count UTF-16 units after a character outside the BMP.
     EXPECT_EQ(FieldDetector::identifierRanges("СЕРИЯ АБ 123456"), (std::vector<TextRange>{{9, 6}}));
@@ -327,6 +331,16 @@ TEST(DetectPages, PhoneEmailAndUnlabelledValues) {
               (std::vector<std::string>{uncertainWarning, lowConfidenceWarning, unknownTypeWarning, noBirthWarning}));
 }
 
+TEST(DetectPages, APhoneNeedsSevenDigits) {
+    const auto lines = page({{"+1 234 567", 0.05, 0.10, 0.40, 0.04}, {"+1 234 56", 0.05, 0.30, 0.40, 0.04}});
+    const auto result = flags(lines, FieldDetector::detect(lines));
+    ASSERT_FALSE(result.empty());
+    EXPECT_EQ(result.front(), (Flag{"+1 234 567", FieldKind::phone, format}));
+    for (const Flag& flag : result) {
+        EXPECT_FALSE(std::get<0>(flag) == "+1 234 56" && std::get<1>(flag) == FieldKind::phone);
+    }
+}
+
 TEST(DetectPages, NoCaptionsAtAll) {
     const auto lines = page({{"MARIA", 0.1, 0.1, 0.2, 0.05}, {"Ÿ", 0.1, 0.2, 0.2, 0.05}, {"", 0.1, 0.3, 0.2, 0.05}});
     const auto detection = FieldDetector::detect(lines);
@@ -388,6 +402,19 @@ TEST(DetectRules, AddressBlocksStopAtADateOrAGap) {
                                          {"1 HIGH STREET", FieldKind::address, format},
                                          {"LONDON", FieldKind::address, nearby},
                                          {"12.01.2020", FieldKind::uncertain, format}}));
+}
+
+TEST(DetectRules, AnAddressBlockGrowsFromItsLastLineNotFromItsCaption) {
+    // No line after the caption looks like an address, and each is nearer the line above than the
+    // gap allows, but the third and fourth are farther from the caption than that.
+    const auto lines = page({{"ADDRESS", 0.05, 0.10, 0.15, 0.03},
+                             {"FLAT 4", 0.05, 0.15, 0.20, 0.03},
+                             {"BLOCK C", 0.05, 0.20, 0.25, 0.03},
+                             {"LONDON", 0.05, 0.25, 0.15, 0.03}});
+    EXPECT_EQ(flags(lines, FieldDetector::detect(lines)), (std::vector<Flag>{{"ADDRESS", FieldKind::address, label},
+                                                                            {"FLAT 4", FieldKind::address, nearby},
+                                                                            {"BLOCK C", FieldKind::address, nearby},
+                                                                            {"LONDON", FieldKind::address, nearby}}));
 }
 
 TEST(DetectRules, ACountryNameAloneIsAHeadingNotAName) {

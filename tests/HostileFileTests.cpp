@@ -6,6 +6,7 @@
 #include "TestImages.h"
 
 #include <gtest/gtest.h>
+#include <png.h>
 
 #include <chrono>
 #include <fstream>
@@ -171,7 +172,9 @@ TEST_F(Hostile, MalformedHeifBoxes) {
 TEST_F(Hostile, EveryDamagedByteOfAPhotoEndsCleanly) {
     // A small JPEG and PNG with one stretch of bytes overwritten at every place in turn.
     const Bitmap image = patterned(40, 30);
-    const std::vector<std::vector<std::uint8_t>> files{encodeJpeg(image, true)};
+    const std::vector<std::vector<std::uint8_t>> files{encodeJpeg(image, true),
+                                                       encodePng(image.width, image.height, PNG_COLOR_TYPE_RGB, 8,
+                                                                 std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()))};
     for (const auto& original : files) {
         for (std::size_t at = 0; at < original.size(); at += std::max<std::size_t>(1, original.size() / 60)) {
             auto damaged = original;
@@ -179,7 +182,7 @@ TEST_F(Hostile, EveryDamagedByteOfAPhotoEndsCleanly) {
                 damaged[i] ^= 0xA5;
             }
             const Outcome outcome = photo(damaged);
-            expectBounded(outcome, "damaged JPEG");
+            expectBounded(outcome, "damaged photo");
         }
     }
 }

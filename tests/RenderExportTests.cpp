@@ -66,6 +66,26 @@ TEST(Render, MasksArePureBlackWithHardEdgesAndTheRestIsUntouched) {
     EXPECT_EQ(image, patterned(640, 480)); // the input is never changed
 }
 
+TEST(Render, EachSwitchAloneHidesItsOwnKindOnly) {
+    const Bitmap image = patterned(200, 200);
+    const std::vector<FieldKind> kinds{FieldKind::face, FieldKind::issueDate, FieldKind::expiryDate, FieldKind::personName};
+    std::vector<RedactionRegion> regions;
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+        regions.push_back(region(kinds[i], Rect{0.05 + 0.24 * static_cast<double>(i), 0.4, 0.1, 0.1}));
+    }
+    for (std::size_t on = 0; on < kinds.size(); ++on) {
+        RedactionPolicy policy;
+        bool* switches[] = {&policy.hideFace, &policy.hideIssueDate, &policy.hideExpiryDate, &policy.hidePersonName};
+        *switches[on] = true;
+        const Bitmap out = ImagePipeline::render(image, regions, policy);
+        for (std::size_t i = 0; i < kinds.size(); ++i) {
+            const int x = static_cast<int>((0.1 + 0.24 * static_cast<double>(i)) * 200);
+            const bool black = out.at(x, 90)[0] == 0 && out.at(x, 90)[1] == 0 && out.at(x, 90)[2] == 0;
+            EXPECT_EQ(black, i == on) << rawValue(kinds[on]) << " on, " << rawValue(kinds[i]) << " looked at";
+        }
+    }
+}
+
 TEST(Render, TopOfTheNormalisedSpaceIsTheTopOfThePicture) {
     const Bitmap out = ImagePipeline::render(patterned(400, 500), {region(FieldKind::number, Rect{0, 0, 1, 0.1})}, defaults);
     EXPECT_EQ(*blackBox(out), (Box{0, 0, 400, 53}));
@@ -127,6 +147,35 @@ TEST_F(Export, TransparencyComesOutWhite) {
     const Bitmap out = ImagePipeline::load(dir / "out.png").image;
     EXPECT_EQ(std::vector<std::uint8_t>(out.at(0, 0), out.at(0, 0) + 3), (std::vector<std::uint8_t>{0, 0, 255}));
     EXPECT_EQ(std::vector<std::uint8_t>(out.at(3, 3), out.at(3, 3) + 3), (std::vector<std::uint8_t>{255, 255, 255}));
+}
+
+TEST_F(Export, TransparencyByATransparentColourComesOutWhiteInEveryColourType) {
+    struct Case {
+        const char* name;
+        int type;
+        std::vector<std::uint8_t> samples, transparent;
+        std::vector<std::uint8_t> firstPixel; // the second pixel is the transparent one
+    };
+    const std::vector<Case> cases{
+        // Palette entries red, green, blue, white; green made half transparent, blue fully.
+        {"palette", PNG_COLOR_TYPE_PALETTE, {0, 2, 1, 0}, {255, 128, 0}, {255, 0, 0}},
+        {"grey", PNG_COLOR_TYPE_GRAY, {10, 200, 10, 10}, {200}, {10, 10, 10}},
+        {"RGB", PNG_COLOR_TYPE_RGB, {1, 2, 3, 9, 8, 7, 1, 2, 3, 1, 2, 3}, {9, 8, 7}, {1, 2, 3}},
+    };
+    for (const Case& c : cases) {
+        writeBytes(dir / "in.png", encodePng(2, 2, c.type, 8, c.samples, {}, c.transparent));
+        const Bitmap loaded = ImagePipeline::load(dir / "in.png").image;
+        ImagePipeline::exportPNG(ImagePipeline::render(loaded, {}, defaults), dir / "out.png");
+        const Bitmap out = ImagePipeline::load(dir / "out.png").image;
+        EXPECT_EQ(std::vector<std::uint8_t>(out.at(0, 0), out.at(0, 0) + 3), c.firstPixel) << c.name;
+        EXPECT_EQ(std::vector<std::uint8_t>(out.at(1, 0), out.at(1, 0) + 3), (std::vector<std::uint8_t>{255, 255, 255}))
+            << c.name;
+    }
+    // The half-transparent green of the palette lies between green and white.
+    writeBytes(dir / "in.png", encodePng(2, 2, PNG_COLOR_TYPE_PALETTE, 8, {1, 1, 1, 1}, {}, {255, 128}));
+    const Bitmap half = ImagePipeline::load(dir / "in.png").image;
+    EXPECT_NEAR(half.at(0, 0)[0], 127, 2);
+    EXPECT_EQ(half.at(0, 0)[1], 255);
 }
 
 TEST_F(Export, ReplacesAnExistingFileWhole) {

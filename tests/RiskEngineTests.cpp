@@ -92,6 +92,10 @@ TEST(RiskZones, MismatchesScoreTwentyFiveEachUpToSeventy) {
     EXPECT_EQ(three.score, 70);
     // A TD1 card with a wrong document-number digit on its first line.
     EXPECT_EQ(assessLines(page({withDigit(td1[0], 15, '1'), td1[1], td1[2]})).findings.front(), mismatches(1, 3));
+    // Every character of the number counts: a number ending in 7 (weight 1) agrees with its digit only
+    // when its last character is read (the specimen's ends in 0, which a field cut short also passes).
+    EXPECT_EQ(assessLines(page({"I<UTOD231458974<<<<<<<<<<<<<<<", td1[1], td1[2]})).findings.front(), allMatched3);
+    EXPECT_EQ(assessLines(page({"I<UTOD231458970<<<<<<<<<<<<<<<", td1[1], td1[2]})).findings.front(), mismatches(1, 3));
 }
 
 TEST(RiskZones, EverySignAddsUp) {

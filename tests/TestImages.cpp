@@ -81,7 +81,8 @@ void appendToVector(png_structp png, png_bytep data, png_size_t length) {
 } // namespace
 
 std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bitDepth,
-                                    const std::vector<std::uint8_t>& samples, const std::vector<std::uint8_t>& exif) {
+                                    const std::vector<std::uint8_t>& samples, const std::vector<std::uint8_t>& exif,
+                                    const std::vector<std::uint8_t>& transparent) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     std::vector<std::uint8_t> out;
@@ -95,6 +96,17 @@ std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bi
     if (colorType == PNG_COLOR_TYPE_PALETTE) {
         png_color palette[4] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
         png_set_PLTE(png, info, palette, 4);
+    }
+    if (!transparent.empty()) {
+        png_color_16 colour{};
+        if (colorType == PNG_COLOR_TYPE_GRAY) {
+            colour.gray = transparent[0];
+        } else if (colorType == PNG_COLOR_TYPE_RGB) {
+            colour.red = transparent[0], colour.green = transparent[1], colour.blue = transparent[2];
+        }
+        const bool palette = colorType == PNG_COLOR_TYPE_PALETTE;
+        png_set_tRNS(png, info, palette ? const_cast<png_bytep>(transparent.data()) : nullptr,
+                     palette ? static_cast<int>(transparent.size()) : 0, palette ? nullptr : &colour);
     }
     if (!exif.empty()) {
         png_set_eXIf_1(png, info, static_cast<png_uint_32>(exif.size()), const_cast<png_bytep>(exif.data()));

@@ -30,9 +30,12 @@ std::optional<Box> blackBox(const Bitmap& image);
 std::vector<std::string> pngChunks(std::span<const std::uint8_t> png);
 
 // A PNG of 8-bit RGBA pixels (4 bytes a pixel) with libpng, for alpha and colour-type cases.
+// `transparent` becomes a tRNS chunk: the alpha of each palette entry, or the one grey or RGB value
+// that is fully transparent.
 std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bitDepth,
                                     const std::vector<std::uint8_t>& samples,
-                                    const std::vector<std::uint8_t>& exif = {});
+                                    const std::vector<std::uint8_t>& exif = {},
+                                    const std::vector<std::uint8_t>& transparent = {});
 
 // A baseline or progressive JPEG (quality 92), optionally with an EXIF block (APP1).
 std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive = false,
