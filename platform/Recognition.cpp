@@ -694,7 +694,11 @@ Result recognize(const Bitmap& image, const std::vector<std::string>& languages,
     return result;
 }
 
-int uprightTurns(const Bitmap& image) { return TextDetector::uprightTurns(image); }
+int uprightTurns(const Bitmap& image) {
+    // The page as recognition will read it, so that the lines found here serve it too when the page
+    // is upright already.
+    return image.empty() ? 0 : TextDetector::uprightTurns(reduced(image, recognitionSide), detectionSide);
+}
 
 Bitmap turned(const Bitmap& image, int quarterTurns) { return TextDetector::turned(image, quarterTurns); }
 

@@ -6,6 +6,10 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string_view>
 #include <array>
 #include <filesystem>
 #include <map>
@@ -199,17 +203,57 @@ float upsideDown(const cv::Mat& line) {
     return out.ptr<float>()[1];
 }
 
-// The page is searched at this size for its direction: lines of a card or passport page stay well
-// above the detector's smallest at this size, and it costs a fifth of the full search.
-constexpr int directionSide = 960;
 // Direction is judged on at most this many of the longest lines; lines shorter than this many line
 // heights say little about their direction.
 constexpr std::size_t directionLines = 12;
 constexpr double directionAspect = 3.0;
 
+// The lines of the last few pages searched. Turning a page upright searches the very page that
+// recognition reads next, so the network runs once for both.
+class Remembered {
+public:
+    static std::size_t key(const cv::Mat& rgb, int side) {
+        std::size_t hash = std::hash<int>()(side) ^ (static_cast<std::size_t>(rgb.cols) << 20) ^ static_cast<std::size_t>(rgb.rows);
+        for (int y = 0; y < rgb.rows; ++y) {
+            const std::string_view row(reinterpret_cast<const char*>(rgb.ptr(y)), rgb.cols * rgb.elemSize());
+            hash = hash * 1099511628211ULL ^ std::hash<std::string_view>()(row);
+        }
+        return hash;
+    }
+    std::optional<std::vector<cv::RotatedRect>> find(std::size_t key) {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [k, found] : pages_) {
+            if (k == key) {
+                return found;
+            }
+        }
+        return std::nullopt;
+    }
+    void keep(std::size_t key, const std::vector<cv::RotatedRect>& found) {
+        const std::lock_guard lock(mutex_);
+        pages_.emplace_back(key, found);
+        if (pages_.size() > 4) { // two documents at a time, each with its upright and turned page
+            pages_.pop_front();
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::deque<std::pair<std::size_t, std::vector<cv::RotatedRect>>> pages_;
+};
+
+Remembered& remembered() {
+    static Remembered instance;
+    return instance;
+}
+
 } // namespace
 
 std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side) {
+    const std::size_t key = Remembered::key(rgb, side);
+    if (auto found = remembered().find(key)) {
+        return std::move(*found);
+    }
     // Small photos are enlarged, up to twice, so that their print reaches the detector's scale.
     const double scale = std::min(2.0, static_cast<double>(side) / std::max(rgb.cols, rgb.rows));
     const int width = std::max(32, static_cast<int>(std::lround(rgb.cols * scale / 32)) * 32);
@@ -221,19 +265,16 @@ std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side) {
     std::vector<cv::RotatedRect> found =
         regions(probability, static_cast<double>(width) / rgb.cols, static_cast<double>(height) / rgb.rows);
     readingOrder(found);
+    remembered().keep(key, found);
     return found;
 }
 
-int uprightTurns(const Bitmap& image) {
-    if (image.empty()) {
+int uprightTurns(const cv::Mat& page, int side) {
+    if (page.empty()) {
         return 0;
     }
-    const cv::Mat page(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
-                       image.rowBytes());
-    const double scale = std::min(1.0, static_cast<double>(directionSide) / std::max(page.cols, page.rows));
-    cv::Mat small;
-    cv::resize(page, small, cv::Size(), scale, scale, cv::INTER_AREA);
-    std::vector<cv::RotatedRect> found = lines(small, directionSide);
+    cv::Mat small = page;
+    std::vector<cv::RotatedRect> found = lines(small, side);
     std::erase_if(found,
                   [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
     if (found.empty()) {
@@ -249,8 +290,10 @@ int uprightTurns(const Bitmap& image) {
     }
     int turns = 0;
     if (standing > 4 * lying) {
-        cv::rotate(small, small, cv::ROTATE_90_CLOCKWISE);
-        found = lines(small, directionSide);
+        cv::Mat standing;
+        cv::rotate(page, standing, cv::ROTATE_90_CLOCKWISE);
+        small = standing;
+        found = lines(small, side);
         std::erase_if(found,
                       [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
         turns = 1;

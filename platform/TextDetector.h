@@ -15,12 +15,14 @@ namespace platform::TextDetector {
 
 // The text lines of an RGB page as rotated rectangles in its pixels, in reading order (top to bottom,
 // then left to right). `side` is the size the page's longer side is brought to for the network.
-// Throws RecognitionError when the model is missing.
+// The last few pages' lines are remembered (by their pixels), so that a page searched again costs
+// nothing. Throws RecognitionError when the model is missing.
 std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side);
 
-// Quarter turns clockwise that bring the page upright (0 to 3): lines standing on end tell a page
-// turned by 90 degrees, the direction classifier read on the longest lines tells upside down.
-int uprightTurns(const Bitmap& image);
+// Quarter turns clockwise that bring the page upright (0 to 3), its lines searched at `side`: lines
+// standing on end tell a page turned by 90 degrees, the direction classifier read on the longest lines
+// tells upside down.
+int uprightTurns(const cv::Mat& page, int side);
 
 // The image turned by quarter turns clockwise.
 Bitmap turned(const Bitmap& image, int quarterTurns);
