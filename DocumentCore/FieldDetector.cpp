@@ -28,7 +28,7 @@ using UnicodeText::utf16;
 
 struct Patterns {
     std::unique_ptr<icu::RegexPattern> date, street, compoundStreet, digit, compactDate, trailingCompactDate,
-        passport, identity, digitGroup, token, licenceCaption, licenceFields, email, phone;
+        passport, identity, digitGroup, token, licenceCaption, licenceFields, email, phone, numberedStreet, postalTown;
     std::vector<std::pair<std::unique_ptr<icu::RegexPattern>, FieldKind>> numbered;
 };
 
@@ -42,6 +42,13 @@ const Patterns& patterns() {
             u"STRAẞE|STRAAT|VIA|УЛИЦА|УЛ\\.|ВУЛИЦЯ|ВУЛ\\.|ПРОСПЕКТ|ПР-Т|ПЕРЕУЛОК|SOKAK|SOK\\.|CADDE|CAD\\.|MAHALLESI|"
             u"MAH\\.)(?!\\p{L})");
         built.compoundStreet = compile(u"\\p{L}+(?:STRASSE|STRAAT)\\b");
+        // English-speaking addresses: a house number, a name and the street's type, often abbreviated
+        // without a dot ("1100 NEW BERN AVE", "122 BURNS CRESCENT"); and the town line of a state or
+        // province code and a postal code ("BIGTOWN, MA, 02801", "MINNEAPOLIS, MN 55417-1234").
+        built.numberedStreet = compile(
+            u"(?<![\\p{L}\\d])\\d{1,6}[A-Z]?\\s+(?:\\p{L}+\\s+){1,4}(?:AVE|AVENUE|ST|STREET|RD|ROAD|DR|DRIVE|BLVD|LN|LANE|CT|"
+            u"COURT|PL|PLACE|WAY|HWY|CRESCENT|TERRACE|CLOSE|GARDENS|SQUARE|PARKWAY|PKWY|CIR|CIRCLE)\\.?(?![\\p{L}\\d])");
+        built.postalTown = compile(u"\\p{L}{3,}\\s*,?\\s+[A-Z]{2}\\s*,?\\s+\\d{5}(?:-\\d{4})?(?!\\d)");
         built.digit = compile(u"\\d");
         built.compactDate = compile(u"^\\d{8}$");
         built.trailingCompactDate = compile(u"(?:^|\\s)\\d{8}\\s*$");
@@ -162,7 +169,8 @@ std::vector<TextRange> identifierRanges16(const UnicodeString& text) {
 
 bool looksLikeAddress16(const UnicodeString& normalized) {
     const Patterns& p = patterns();
-    if (UnicodeText::search(*p.street, normalized)) {
+    if (UnicodeText::search(*p.street, normalized) || UnicodeText::search(*p.numberedStreet, normalized) ||
+        UnicodeText::search(*p.postalTown, normalized)) {
         return true;
     }
     return UnicodeText::search(*p.digit, normalized) && UnicodeText::search(*p.compoundStreet, normalized);

@@ -88,6 +88,15 @@ TEST(LineClassifiers, NumbersAddressesAndNumberedCaptions) {
     EXPECT_FALSE(FieldDetector::looksLikeAddress("HAUPTSTRASSE"));
     EXPECT_FALSE(FieldDetector::looksLikeAddress("ST.PETERSBURG"));
     EXPECT_TRUE(FieldDetector::looksLikeAddress("12 ST. MARY"));
+    // English-speaking addresses: a numbered street with its type unabbreviated or without a dot, and
+    // a town line with a state code and postal code; neither without its number.
+    for (const char* line : {"1100 NEW BERN AVE", "122 BURNS CRESCENT", "8 456 BLOOMINGTON AVE", "BIGTOWN, MA, 02801",
+                             "MINNEAPOLIS, MN 55417-1234"}) {
+        EXPECT_TRUE(FieldDetector::looksLikeAddress(line)) << line;
+    }
+    for (const char* line : {"NEW BERN AVE", "BIGTOWN MA", "NO AB 12345", "CLASS D 12 RESTR NONE"}) {
+        EXPECT_FALSE(FieldDetector::looksLikeAddress(line)) << line;
+    }
     EXPECT_TRUE(FieldDetector::looksLikeAddress("УЛ. ЛЕНИНА 5"));
     EXPECT_EQ(FieldDetector::numberedKind("4A. 01.02.2020", true), FieldKind::issueDate);
     EXPECT_EQ(FieldDetector::numberedKind("4В 01.02.2030", true), FieldKind::expiryDate); // Cyrillic В
