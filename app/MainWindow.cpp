@@ -217,12 +217,16 @@ QWidget* MainWindow::buildSidebar() {
         optionLabels_[i] = label();
         line->addWidget(optionLabels_[i], 1);
         optionSwitches_[i] = new QCheckBox;
-        // Drawn as a switch: a rounded track, accent-coloured when on.
-        optionSwitches_[i]->setStyleSheet(
-            QStringLiteral("QCheckBox::indicator { width: 30px; height: 16px; border-radius: 8px; background: #454B53; }"
-                           "QCheckBox::indicator:checked { background: %1; }"
-                           "QCheckBox::indicator:disabled { background: #30343A; }")
-                .arg(Theme::accent.name()));
+        // Drawn as a switch: a rounded track with its knob, accent-coloured when on, and a ring around
+        // it while it has the keyboard's focus.
+        optionSwitches_[i]->setFocusPolicy(Qt::StrongFocus);
+        optionSwitches_[i]->setStyleSheet(QStringLiteral(
+            "QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; border-radius: 10px;"
+            " image: url(:/icons/switch-off.svg); }"
+            "QCheckBox::indicator:checked { image: url(:/icons/switch-on.svg); }"
+            "QCheckBox::indicator:disabled { image: url(:/icons/switch-off-disabled.svg); }"
+            "QCheckBox::indicator:checked:disabled { image: url(:/icons/switch-on-disabled.svg); }"
+            "QCheckBox:focus::indicator { border-color: #FFFFFF; }"));
         line->addWidget(optionSwitches_[i]);
         layout->addLayout(line);
         connect(optionSwitches_[i], &QCheckBox::toggled, this, [this, i](bool on) {
@@ -499,6 +503,10 @@ void MainWindow::refresh() {
     emptyProgress_->setVisible(busy);
     choose_->setVisible(!busy);
     choose_->setText(t.choosePhoto);
+    // The empty window's one action takes the keyboard's focus, so that Enter or Space opens a file.
+    if (!open && !busy && choose_->isEnabled() && (!focusWidget() || !focusWidget()->isVisible())) {
+        choose_->setFocus(Qt::OtherFocusReason);
+    }
     fileTypes_->setText(t.fileTypes);
     privacy_->setText(t.privacyBody);
 
