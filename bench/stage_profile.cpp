@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     }
     std::sort(images.begin(), images.end());
     const std::vector<std::string> stages{"decode", "centering", "orientation", "recognition, 1 reader",
-                                          "recognition, 2 readers", "assembly", "rendering", "export"};
+                                          "recognition, 2 readers", "faces alone", "barcodes alone", "assembly", "rendering", "export"};
     std::map<std::string, double> total;
     const auto languages = platform::Recognition::supportedLanguages();
     const auto ordered = OCRLanguages::prioritized(languages);
@@ -61,6 +61,12 @@ int main(int argc, char** argv) {
         t = std::chrono::steady_clock::now();
         platform::Recognition::recognize(upright.image, ordered, 1);
         total["recognition, 1 reader"] += since(t);
+        t = std::chrono::steady_clock::now();
+        platform::Recognition::detectFaces(upright.image);
+        total["faces alone"] += since(t);
+        t = std::chrono::steady_clock::now();
+        platform::Recognition::detectBarcodes(upright.image);
+        total["barcodes alone"] += since(t);
         t = std::chrono::steady_clock::now();
         ImagePipeline::AssemblyInput input;
         input.recognition = platform::Recognition::recognize(upright.image, ordered, 2);

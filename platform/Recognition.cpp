@@ -574,6 +574,8 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     return result;
 }
 
+} // namespace
+
 std::vector<Box> detectFaces(const Bitmap& image) {
     static const fs::path cascadeFile = "/usr/share/opencv4/haarcascades/haarcascade_frontalface_alt2.xml";
     thread_local cv::CascadeClassifier cascade;
@@ -630,8 +632,6 @@ std::vector<Box> detectBarcodes(const Bitmap& image) {
     }
     return boxes;
 }
-
-} // namespace
 
 void limitRecognitionThreads(char** argv) {
     // Tesseract's OpenMP threads spin while they wait: on two cores they tripled the time of a page
