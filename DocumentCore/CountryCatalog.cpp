@@ -58,14 +58,17 @@ constexpr Row rows[] = {
 };
 
 constexpr const char* canadianProvinces =
-    "ALBERTA|BRITISH COLUMBIA|MANITOBA|NEW BRUNSWICK|NEWFOUNDLAND AND LABRADOR|NOVA SCOTIA|ONTARIO|QUEBEC|QUÉBEC|"
+    "ALBERTA|BRITISH COLUMBIA|MANITOBA|NEW BRUNSWICK|NEWFOUNDLAND AND LABRADOR|NOVA "
+    "SCOTIA|ONTARIO|QUEBEC|QUÉBEC|"
     "PRINCE EDWARD ISLAND|SASKATCHEWAN|NORTHWEST TERRITORIES|NUNAVUT|YUKON";
 // Georgia is left out on purpose: the state and the country share the name.
 constexpr const char* usStates =
     "ALABAMA|ALASKA|ARIZONA|ARKANSAS|CALIFORNIA|COLORADO|CONNECTICUT|DELAWARE|FLORIDA|HAWAII|IDAHO|ILLINOIS|"
-    "INDIANA|IOWA|KANSAS|KENTUCKY|LOUISIANA|MAINE|MARYLAND|MASSACHUSETTS|MICHIGAN|MINNESOTA|MISSISSIPPI|MISSOURI|"
+    "INDIANA|IOWA|KANSAS|KENTUCKY|LOUISIANA|MAINE|MARYLAND|MASSACHUSETTS|MICHIGAN|MINNESOTA|MISSISSIPPI|"
+    "MISSOURI|"
     "MONTANA|NEBRASKA|NEVADA|NEW HAMPSHIRE|NEW JERSEY|NEW MEXICO|NEW YORK|NORTH CAROLINA|NORTH DAKOTA|OHIO|"
-    "OKLAHOMA|OREGON|PENNSYLVANIA|RHODE ISLAND|SOUTH CAROLINA|SOUTH DAKOTA|TENNESSEE|TEXAS|UTAH|VERMONT|VIRGINIA|"
+    "OKLAHOMA|OREGON|PENNSYLVANIA|RHODE ISLAND|SOUTH CAROLINA|SOUTH "
+    "DAKOTA|TENNESSEE|TEXAS|UTAH|VERMONT|VIRGINIA|"
     "WASHINGTON|WEST VIRGINIA|WISCONSIN|WYOMING|DISTRICT OF COLUMBIA";
 
 // Vertical centres (fractions of the image height from the top) below which a line is "upper".
@@ -107,7 +110,9 @@ const icu::RegexPattern& zoneFirstLine() {
     return *pattern;
 }
 
-double centre(const TextRegion& line) { return line.rect.y + line.rect.height / 2; }
+double centre(const TextRegion& line) {
+    return line.rect.y + line.rect.height / 2;
+}
 
 std::optional<std::string> regionName(const char* region, const char* language) {
     icu::UnicodeString name;
@@ -163,7 +168,8 @@ const std::vector<CountryProfile>& profiles() {
     static const std::vector<CountryProfile> table = [] {
         std::vector<CountryProfile> built;
         for (const Row& row : rows) {
-            built.push_back(CountryProfile{row.code, row.name, row.isEU, splitBars(row.aliases), splitBars(row.languages)});
+            built.push_back(CountryProfile{row.code, row.name, row.isEU, splitBars(row.aliases),
+                                           splitBars(row.languages)});
         }
         return built;
     }();
@@ -194,7 +200,8 @@ std::optional<CountryProfile> profile(const std::optional<std::string>& code) {
 }
 
 bool containsPhraseUnicode(const icu::UnicodeString& normalizedText, std::string_view phrase) {
-    return UnicodeText::containsWord(normalizedText, FieldLexicon::normalizeUnicode(UnicodeText::utf16(phrase)));
+    return UnicodeText::containsWord(normalizedText,
+                                     FieldLexicon::normalizeUnicode(UnicodeText::utf16(phrase)));
 }
 
 bool containsPhrase(std::string_view normalizedText, std::string_view phrase) {
@@ -251,7 +258,8 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
     if (zoneCodes.size() == 1) {
         const std::string& code = *zoneCodes.begin();
         const bool conflict = !aliasCodes.empty() && !aliasCodes.contains(code);
-        const char* evidence = conflict ? "MRZ; заголовок противоречит коду страны" : "Код выдающей страны в MRZ";
+        const char* evidence =
+            conflict ? "MRZ; заголовок противоречит коду страны" : "Код выдающей страны в MRZ";
         if (const auto row = profile(code)) {
             return fromRow(*row, evidence, conflict);
         }
@@ -298,17 +306,18 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
     std::map<std::string, std::string> named;
     if (!topLines.empty()) {
         for (const Region& region : regions()) {
-            const bool match = std::any_of(topLines.begin(), topLines.end(), [&](const icu::UnicodeString& line) {
-                return std::find(region.names.begin(), region.names.end(), line) != region.names.end();
-            });
+            const bool match =
+                std::any_of(topLines.begin(), topLines.end(), [&](const icu::UnicodeString& line) {
+                    return std::find(region.names.begin(), region.names.end(), line) != region.names.end();
+                });
             if (match) {
                 named.emplace(region.identifier, region.russianName);
             }
         }
     }
     if (named.size() == 1) {
-        return CountryDetection{named.begin()->first, named.begin()->second, "Название страны; общие правила полей",
-                                false, false};
+        return CountryDetection{named.begin()->first, named.begin()->second,
+                                "Название страны; общие правила полей", false, false};
     }
     return CountryDetection::unknown();
 }

@@ -42,9 +42,13 @@ constexpr EvidenceRow evidenceRows[] = {
 
 } // namespace
 
-std::string_view rawValue(FieldKind kind) noexcept { return kindRows[static_cast<int>(kind)].raw; }
+std::string_view rawValue(FieldKind kind) noexcept {
+    return kindRows[static_cast<int>(kind)].raw;
+}
 
-std::string_view title(FieldKind kind) noexcept { return kindRows[static_cast<int>(kind)].title; }
+std::string_view title(FieldKind kind) noexcept {
+    return kindRows[static_cast<int>(kind)].title;
+}
 
 std::optional<FieldKind> fieldKind(std::string_view raw) noexcept {
     for (const KindRow& row : kindRows) {

@@ -63,10 +63,9 @@ enum class FieldKind {
 };
 
 inline constexpr std::array<FieldKind, 12> allFieldKinds{
-    FieldKind::number,     FieldKind::address,         FieldKind::birthDate, FieldKind::face,
-    FieldKind::issueDate,  FieldKind::expiryDate,      FieldKind::machineReadable,
-    FieldKind::uncertain,  FieldKind::manual,          FieldKind::personName,
-    FieldKind::phone,      FieldKind::email,
+    FieldKind::number,    FieldKind::address,    FieldKind::birthDate,       FieldKind::face,
+    FieldKind::issueDate, FieldKind::expiryDate, FieldKind::machineReadable, FieldKind::uncertain,
+    FieldKind::manual,    FieldKind::personName, FieldKind::phone,           FieldKind::email,
 };
 
 std::string_view rawValue(FieldKind kind) noexcept;

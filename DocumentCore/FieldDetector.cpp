@@ -13,11 +13,13 @@
 
 namespace FieldDetector {
 
-const char16_t* const datePattern =
-    u"(?<!\\d)(?:\\d{4}[./-](?:0?[1-9]|1[0-2])[./-](?:0?[1-9]|[12]\\d|3[01])|(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
-    u"(?:0?[1-9]|1[0-2])(?:[./-]|\\s+)\\d{2,4}|(?:0?[1-9]|1[0-2])(?:[./-]|\\s+)(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
-    u"\\d{2,4}|(?:0?[1-9]|[12]\\d|3[01])\\s+\\p{L}{3,12}(?:\\s*/\\s*\\p{L}{3,12})?\\s+\\d{2,4}|\\p{L}{3,12}\\s+(?:0?[1-9]|[12]"
-    u"\\d|3[01])[, ]+\\d{4})(?!\\d)";
+const char16_t* const datePattern = u"(?<!\\d)(?:\\d{4}[./-](?:0?[1-9]|1[0-2])[./"
+                                    u"-](?:0?[1-9]|[12]\\d|3[01])|(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
+                                    u"(?:0?[1-9]|1[0-2])(?:[./-]|\\s+)\\d{2,4}|(?:0?[1-9]|1[0-2])(?:[./"
+                                    u"-]|\\s+)(?:0?[1-9]|[12]\\d|3[01])(?:[./-]|\\s+)"
+                                    u"\\d{2,4}|(?:0?[1-9]|[12]\\d|3[01])\\s+\\p{L}{3,12}(?:\\s*/"
+                                    u"\\s*\\p{L}{3,12})?\\s+\\d{2,4}|\\p{L}{3,12}\\s+(?:0?[1-9]|[12]"
+                                    u"\\d|3[01])[, ]+\\d{4})(?!\\d)";
 
 namespace {
 
@@ -28,35 +30,42 @@ using UnicodeText::utf16;
 
 struct Patterns {
     std::unique_ptr<icu::RegexPattern> date, street, compoundStreet, digit, compactDate, trailingCompactDate,
-        passport, identity, digitGroup, token, licenceCaption, licenceFields, email, phone, numberedStreet, postalTown;
+        passport, identity, digitGroup, token, licenceCaption, licenceFields, email, phone, numberedStreet,
+        postalTown;
     std::vector<std::pair<std::unique_ptr<icu::RegexPattern>, FieldKind>> numbered;
 };
 
 const Patterns& patterns() {
     static const Patterns p = [] {
-        auto compile = [](const UnicodeString& pattern) { return UnicodeText::compile(pattern, "FieldDetector"); };
+        auto compile = [](const UnicodeString& pattern) {
+            return UnicodeText::compile(pattern, "FieldDetector");
+        };
         Patterns built;
         built.date = compile(datePattern);
-        built.street = compile(
-            u"(?<!\\p{L})(?:STREET|ST\\.|ROAD|RD\\.|AVENUE|AVE\\.|BOULEVARD|BLVD\\.|DRIVE|LANE|CALLE|AVENIDA|RUE|STRASSE|"
-            u"STRAẞE|STRAAT|VIA|УЛИЦА|УЛ\\.|ВУЛИЦЯ|ВУЛ\\.|ПРОСПЕКТ|ПР-Т|ПЕРЕУЛОК|SOKAK|SOK\\.|CADDE|CAD\\.|MAHALLESI|"
-            u"MAH\\.)(?!\\p{L})");
+        built.street = compile(u"(?<!\\p{L})(?:STREET|ST\\.|ROAD|RD\\.|AVENUE|AVE\\.|BOULEVARD|BLVD\\.|DRIVE|"
+                               u"LANE|CALLE|AVENIDA|RUE|STRASSE|"
+                               u"STRAẞE|STRAAT|VIA|УЛИЦА|УЛ\\.|ВУЛИЦЯ|ВУЛ\\.|ПРОСПЕКТ|ПР-Т|ПЕРЕУЛОК|SOKAK|"
+                               u"SOK\\.|CADDE|CAD\\.|MAHALLESI|"
+                               u"MAH\\.)(?!\\p{L})");
         built.compoundStreet = compile(u"\\p{L}+(?:STRASSE|STRAAT)\\b");
         // English-speaking addresses: a house number, a name and the street's type, often abbreviated
         // without a dot ("1100 NEW BERN AVE", "122 BURNS CRESCENT"); and the town line of a state or
         // province code and a postal code ("BIGTOWN, MA, 02801", "MINNEAPOLIS, MN 55417-1234").
-        built.numberedStreet = compile(
-            u"(?<![\\p{L}\\d])\\d{1,6}[A-Z]?\\s+(?:\\p{L}+\\s+){1,4}(?:AVE|AVENUE|ST|STREET|RD|ROAD|DR|DRIVE|BLVD|LN|LANE|CT|"
-            u"COURT|PL|PLACE|WAY|HWY|CRESCENT|TERRACE|CLOSE|GARDENS|SQUARE|PARKWAY|PKWY|CIR|CIRCLE)\\.?(?![\\p{L}\\d])");
+        built.numberedStreet = compile(u"(?<![\\p{L}\\d])\\d{1,6}[A-Z]?\\s+(?:\\p{L}+\\s+){1,4}(?:AVE|AVENUE|"
+                                       u"ST|STREET|RD|ROAD|DR|DRIVE|BLVD|LN|LANE|CT|"
+                                       u"COURT|PL|PLACE|WAY|HWY|CRESCENT|TERRACE|CLOSE|GARDENS|SQUARE|"
+                                       u"PARKWAY|PKWY|CIR|CIRCLE)\\.?(?![\\p{L}\\d])");
         built.postalTown = compile(u"\\p{L}{3,}\\s*,?\\s+[A-Z]{2}\\s*,?\\s+\\d{5}(?:-\\d{4})?(?!\\d)");
         built.digit = compile(u"\\d");
         built.compactDate = compile(u"^\\d{8}$");
         built.trailingCompactDate = compile(u"(?:^|\\s)\\d{8}\\s*$");
-        built.passport = compile(u"PASSPORT|PASAPORT|PASSEPORT|REISEPASS|ПАСПОРТ|PASAS|CESTOVNI PAS|CESTOVNY PAS|"
-                                 u"POTNI LIST|PUTOVNICA|UTLEVEL|ΔΙΑΒΑΤΗΡΙΟ|P<[A-Z<]{3}");
-        built.identity = compile(u"IDENTITY|IDENTIDAD|IDENTITE|PERSONALAUSWEIS|ID CARD|IDENTIFICACAO|IDENTITA|"
-                                 u"DOWOD OSOBISTY|OBCANSKY PRUKAZ|OBCIANSKY PREUKAZ|KIMLIK KARTI|ЛИЧНА КАРТА|"
-                                 u"УДОСТОВЕРЕНИЕ ЛИЧНОСТИ|ΔΕΛΤΙΟ ΤΑΥΤΟΤΗΤΑΣ");
+        built.passport =
+            compile(u"PASSPORT|PASAPORT|PASSEPORT|REISEPASS|ПАСПОРТ|PASAS|CESTOVNI PAS|CESTOVNY PAS|"
+                    u"POTNI LIST|PUTOVNICA|UTLEVEL|ΔΙΑΒΑΤΗΡΙΟ|P<[A-Z<]{3}");
+        built.identity =
+            compile(u"IDENTITY|IDENTIDAD|IDENTITE|PERSONALAUSWEIS|ID CARD|IDENTIFICACAO|IDENTITA|"
+                    u"DOWOD OSOBISTY|OBCANSKY PRUKAZ|OBCIANSKY PREUKAZ|KIMLIK KARTI|ЛИЧНА КАРТА|"
+                    u"УДОСТОВЕРЕНИЕ ЛИЧНОСТИ|ΔΕΛΤΙΟ ΤΑΥΤΟΤΗΤΑΣ");
         built.digitGroup = compile(u"(?<!\\p{N})\\p{N}{2,4}(?:[ .-]\\p{N}{2,6}){1,3}(?!\\p{N})");
         built.token = compile(u"[\\p{L}\\p{N}]+(?:[-/][\\p{L}\\p{N}]+)*");
         built.licenceCaption = compile(u"(?<![\\p{L}\\d])4\\s*[AАBВ][.) :]?\\s*");
@@ -84,8 +93,7 @@ bool isNumeric(UChar32 c) {
 
 // Calls `visit` with the first code point of each user-perceived character: a base and the marks
 // and joiners that extend it count once.
-template <class Visit>
-void forEachGrapheme(const UnicodeString& text, Visit visit) {
+template <class Visit> void forEachGrapheme(const UnicodeString& text, Visit visit) {
     for (int32_t i = 0; i < text.length();) {
         const UChar32 first = text.char32At(i);
         i += U16_LENGTH(first);
@@ -116,9 +124,13 @@ Counts counts(const UnicodeString& text) {
     return c;
 }
 
-bool hasNumeric(const UnicodeString& text) { return counts(text).digits > 0; }
+bool hasNumeric(const UnicodeString& text) {
+    return counts(text).digits > 0;
+}
 
-bool containsDate16(const UnicodeString& text) { return UnicodeText::search(*patterns().date, text); }
+bool containsDate16(const UnicodeString& text) {
+    return UnicodeText::search(*patterns().date, text);
+}
 
 bool isLikelyName16(const UnicodeString& raw) {
     constexpr int minLetters = 3;
@@ -127,8 +139,8 @@ bool isLikelyName16(const UnicodeString& raw) {
     bool allowed = true;
     const Counts c = counts(text);
     forEachGrapheme(text, [&](UChar32 first) {
-        if (!u_isalpha(first) && !u_isUWhiteSpace(first) && first != '-' && first != '\'' && first != 0x2019 &&
-            first != '.') {
+        if (!u_isalpha(first) && !u_isUWhiteSpace(first) && first != '-' && first != '\'' &&
+            first != 0x2019 && first != '.') {
             allowed = false;
         }
     });
@@ -144,7 +156,8 @@ std::vector<TextRange> identifierRanges16(const UnicodeString& text) {
     std::vector<TextRange> candidates;
     for (const icu::RegexPattern* pattern : {p.digitGroup.get(), p.token.get()}) {
         for (const TextRange& range : UnicodeText::findAll(*pattern, text)) {
-            if (std::any_of(dates.begin(), dates.end(), [&](const TextRange& d) { return overlaps(range, d); })) {
+            if (std::any_of(dates.begin(), dates.end(),
+                            [&](const TextRange& d) { return overlaps(range, d); })) {
                 continue;
             }
             const Counts c = counts(UnicodeString(text, range.location, range.length));
@@ -158,7 +171,8 @@ std::vector<TextRange> identifierRanges16(const UnicodeString& text) {
                      [](const TextRange& a, const TextRange& b) { return a.length > b.length; });
     std::vector<TextRange> kept;
     for (const TextRange& candidate : candidates) {
-        if (std::none_of(kept.begin(), kept.end(), [&](const TextRange& k) { return overlaps(candidate, k); })) {
+        if (std::none_of(kept.begin(), kept.end(),
+                         [&](const TextRange& k) { return overlaps(candidate, k); })) {
             kept.push_back(candidate);
         }
     }
@@ -258,19 +272,22 @@ bool isDateKind(FieldKind kind) {
     return kind == FieldKind::birthDate || kind == FieldKind::issueDate || kind == FieldKind::expiryDate;
 }
 
-double midY(const Rect& r) { return r.y + r.height / 2; }
+double midY(const Rect& r) {
+    return r.y + r.height / 2;
+}
 
 // How well a caption fits a value: smaller is nearer; none when out of reach.
 std::optional<double> pairingScore(const Rect& value, const Rect& caption) {
-    constexpr double rowTolerance = 0.65;     // share of the taller line
-    constexpr double leftOverlap = 0.01;      // allowed left of the caption's right edge
-    constexpr double rowGap = 0.25;           // largest horizontal gap on a row
-    constexpr double topOverlap = 0.004;      // allowed above the caption's bottom
-    constexpr double belowHeights = 2.2;      // largest gap below, in caption heights ...
-    constexpr double belowMinimum = 0.06;     // ... but at least this
-    constexpr double leftMisalignment = 0.1;  // left edges below a caption
-    const bool sameRow = std::abs(midY(value) - midY(caption)) < rowTolerance * std::max(value.height, caption.height) &&
-                         value.minX() >= caption.maxX() - leftOverlap && value.minX() - caption.maxX() < rowGap;
+    constexpr double rowTolerance = 0.65;    // share of the taller line
+    constexpr double leftOverlap = 0.01;     // allowed left of the caption's right edge
+    constexpr double rowGap = 0.25;          // largest horizontal gap on a row
+    constexpr double topOverlap = 0.004;     // allowed above the caption's bottom
+    constexpr double belowHeights = 2.2;     // largest gap below, in caption heights ...
+    constexpr double belowMinimum = 0.06;    // ... but at least this
+    constexpr double leftMisalignment = 0.1; // left edges below a caption
+    const bool sameRow =
+        std::abs(midY(value) - midY(caption)) < rowTolerance * std::max(value.height, caption.height) &&
+        value.minX() >= caption.maxX() - leftOverlap && value.minX() - caption.maxX() < rowGap;
     if (sameRow) {
         return std::abs(value.minX() - caption.maxX());
     }
@@ -295,22 +312,35 @@ public:
 
     const UnicodeString& raw() const { return raw_; }
     const UnicodeString& norm() const { return norm_; }
-    bool hasDate() { return cached(hasDate_, [&] { return containsDate16(norm_); }); }
-    bool hasIdentifierAsRead() { return cached(identifierAsRead_, [&] { return !identifierRanges16(raw_).empty(); }); }
-    bool hasIdentifier() { return cached(identifier_, [&] { return !identifierRanges16(norm_).empty(); }); }
-    bool nameAsNormalised() { return cached(nameNormalised_, [&] { return isLikelyName16(norm_); }); }
-    bool captionHasName() { return cached(captionHasName_, [&] { return labelHasNameValue16(raw_); }); }
-    bool address() { return cached(address_, [&] { return looksLikeAddress16(norm_); }); }
+    bool hasDate() {
+        return cached(hasDate_, [&] { return containsDate16(norm_); });
+    }
+    bool hasIdentifierAsRead() {
+        return cached(identifierAsRead_, [&] { return !identifierRanges16(raw_).empty(); });
+    }
+    bool hasIdentifier() {
+        return cached(identifier_, [&] { return !identifierRanges16(norm_).empty(); });
+    }
+    bool nameAsNormalised() {
+        return cached(nameNormalised_, [&] { return isLikelyName16(norm_); });
+    }
+    bool captionHasName() {
+        return cached(captionHasName_, [&] { return labelHasNameValue16(raw_); });
+    }
+    bool address() {
+        return cached(address_, [&] { return looksLikeAddress16(norm_); });
+    }
     bool compactDate() {
         return cached(compactDate_, [&] {
             return UnicodeText::search(*patterns().compactDate, UnicodeText::trimmedHorizontal(norm_));
         });
     }
-    bool numeric() { return cached(numeric_, [&] { return hasNumeric(norm_); }); }
+    bool numeric() {
+        return cached(numeric_, [&] { return hasNumeric(norm_); });
+    }
 
 private:
-    template <class Compute>
-    static bool cached(std::optional<bool>& slot, Compute compute) {
+    template <class Compute> static bool cached(std::optional<bool>& slot, Compute compute) {
         if (!slot) {
             slot = compute();
         }
@@ -324,16 +354,24 @@ private:
 
 } // namespace
 
-bool containsDate(std::string_view text) { return containsDate16(utf16(text)); }
-bool isLikelyName(std::string_view text) { return isLikelyName16(utf16(text)); }
-bool labelHasNameValue(std::string_view line) { return labelHasNameValue16(utf16(line)); }
+bool containsDate(std::string_view text) {
+    return containsDate16(utf16(text));
+}
+bool isLikelyName(std::string_view text) {
+    return isLikelyName16(utf16(text));
+}
+bool labelHasNameValue(std::string_view line) {
+    return labelHasNameValue16(utf16(line));
+}
 
 bool looksLikeLabelledNumber(std::string_view text) {
     const UnicodeString value = utf16(text);
     return hasNumeric(value) && !containsDate16(value);
 }
 
-bool looksLikeAddress(std::string_view normalizedText) { return looksLikeAddress16(utf16(normalizedText)); }
+bool looksLikeAddress(std::string_view normalizedText) {
+    return looksLikeAddress16(utf16(normalizedText));
+}
 
 std::optional<FieldKind> numberedKind(std::string_view normalizedText, bool driving) {
     return numberedKind16(utf16(normalizedText), driving);
@@ -351,9 +389,13 @@ std::string documentType(const std::vector<TextRegion>& lines) {
     return documentType16(FieldLexicon::normalizeUnicode(utf16(joined)));
 }
 
-bool isHeading(std::string_view line, std::string_view) { return isHeading16(utf16(line)); }
+bool isHeading(std::string_view line, std::string_view) {
+    return isHeading16(utf16(line));
+}
 
-std::vector<TextRange> identifierRanges(std::string_view text) { return identifierRanges16(utf16(text)); }
+std::vector<TextRange> identifierRanges(std::string_view text) {
+    return identifierRanges16(utf16(text));
+}
 
 std::vector<TextRange> fieldSpans(std::string_view text, bool drivingLicence) {
     const UnicodeString line = utf16(text);
@@ -451,8 +493,9 @@ Detection detect(const std::vector<TextRegion>& lines) {
     for (std::size_t i = 0; i < n; ++i) {
         byTop[i] = i;
     }
-    std::stable_sort(byTop.begin(), byTop.end(),
-                     [&](std::size_t a, std::size_t b) { return lines[a].rect.minY() < lines[b].rect.minY(); });
+    std::stable_sort(byTop.begin(), byTop.end(), [&](std::size_t a, std::size_t b) {
+        return lines[a].rect.minY() < lines[b].rect.minY();
+    });
     for (std::size_t i = 0; i < n; ++i) {
         const bool caption = labels[i] == FieldKind::address;
         if (!caption && (labels[i] || !facts[i].address())) {
@@ -527,7 +570,8 @@ Detection detect(const std::vector<TextRegion>& lines) {
             continue;
         }
         constexpr int phoneDigits = 7;
-        if (!line.hasDate() && counts(line.norm()).digits >= phoneDigits && UnicodeText::search(*p.phone, line.raw())) {
+        if (!line.hasDate() && counts(line.norm()).digits >= phoneDigits &&
+            UnicodeText::search(*p.phone, line.raw())) {
             emit(i, FieldKind::phone, FieldEvidence::format);
             continue;
         }
@@ -551,10 +595,11 @@ Detection detect(const std::vector<TextRegion>& lines) {
     };
     constexpr float lowConfidence = 0.65f;
     if (emitted(FieldKind::uncertain)) {
-        result.warnings.push_back(
-            "Есть даты без понятной подписи: они скрыты. Переключатели дат действуют только на распознанные поля.");
+        result.warnings.push_back("Есть даты без понятной подписи: они скрыты. Переключатели дат действуют "
+                                  "только на распознанные поля.");
     }
-    if (std::any_of(lines.begin(), lines.end(), [&](const TextRegion& l) { return l.confidence < lowConfidence; })) {
+    if (std::any_of(lines.begin(), lines.end(),
+                    [&](const TextRegion& l) { return l.confidence < lowConfidence; })) {
         result.warnings.push_back(
             "Часть текста распознана неуверенно. Проверьте номера, даты и адрес на увеличенном изображении.");
     }

@@ -16,7 +16,8 @@ namespace {
 
 // One line per language: code ^ birth ^ issue ^ expiry ^ address ^ number ^ name ^ driving-licence
 // titles, alternatives separated by "|".
-constexpr std::string_view vocabularyText = R"(en^DATE OF BIRTH|BIRTH DATE|DOB|BORN^DATE OF ISSUE|ISSUE DATE|ISSUED|ISS|ISSUING DATE^DATE OF EXPIRY|EXPIRY DATE|EXPIRATION DATE|EXPIRY|EXPIRES|EXP|VALID UNTIL|VALID TO^RESIDENCE ADDRESS|ADDRESS^PASSPORT NUMBER|PASSPORT NO|DOCUMENT NUMBER|DOCUMENT NO|LICENCE NUMBER|LICENSE NUMBER|LICENCE NO|LICENSE NO|ID NUMBER|ID NO|CARD NUMBER|CARD NO|PERSONAL NUMBER|PERSONAL NO|SERIAL NUMBER|SERIAL NO|DLN|DL NO|DL|DD|NO^SURNAME|GIVEN NAMES|GIVEN NAME|FIRST NAME|LAST NAME|FAMILY NAME|NAME^DRIVING LICENCE|DRIVING LICENSE|DRIVER LICENSE|DRIVER LICENCE|DRIVER'S LICENSE
+constexpr std::string_view vocabularyText =
+    R"(en^DATE OF BIRTH|BIRTH DATE|DOB|BORN^DATE OF ISSUE|ISSUE DATE|ISSUED|ISS|ISSUING DATE^DATE OF EXPIRY|EXPIRY DATE|EXPIRATION DATE|EXPIRY|EXPIRES|EXP|VALID UNTIL|VALID TO^RESIDENCE ADDRESS|ADDRESS^PASSPORT NUMBER|PASSPORT NO|DOCUMENT NUMBER|DOCUMENT NO|LICENCE NUMBER|LICENSE NUMBER|LICENCE NO|LICENSE NO|ID NUMBER|ID NO|CARD NUMBER|CARD NO|PERSONAL NUMBER|PERSONAL NO|SERIAL NUMBER|SERIAL NO|DLN|DL NO|DL|DD|NO^SURNAME|GIVEN NAMES|GIVEN NAME|FIRST NAME|LAST NAME|FAMILY NAME|NAME^DRIVING LICENCE|DRIVING LICENSE|DRIVER LICENSE|DRIVER LICENCE|DRIVER'S LICENSE
 de^GEBURTSDATUM|TAG DER GEBURT|GEBOREN AM^AUSSTELLUNGSDATUM|AUSGESTELLT AM^GÜLTIG BIS|GÜLTIGKEIT|ABLAUFDATUM^ANSCHRIFT|WOHNORT|WOHNANSCHRIFT|ADRESSE^DOKUMENTENNUMMER|AUSWEISNUMMER|PASSNUMMER|FÜHRERSCHEINNUMMER|SERIENNUMMER|NUMMER|ZUGANGSNUMMER^FAMILIENNAME|GEBURTSNAME|VORNAMEN|VORNAME|NAME^FÜHRERSCHEIN
 fr^DATE DE NAISSANCE|NÉ LE|NÉE LE|NAISSANCE^DATE DE DÉLIVRANCE|DÉLIVRÉ LE|DELIVRANCE^DATE D'EXPIRATION|DATE D’EXPIRATION|DATE DE FIN DE VALIDITÉ|VALABLE JUSQU'AU|EXPIRE LE^ADRESSE|DOMICILE^NUMÉRO DU DOCUMENT|NUMÉRO DU PASSEPORT|NUMÉRO DE PERMIS|NUMÉRO|N°^NOM DE FAMILLE|NOM|PRÉNOMS|PRÉNOM^PERMIS DE CONDUIRE
 es^FECHA DE NACIMIENTO|NACIMIENTO^FECHA DE EXPEDICIÓN|EXPEDICIÓN|FECHA DE EMISIÓN|EMISIÓN^FECHA DE CADUCIDAD|CADUCIDAD|VENCIMIENTO|VÁLIDO HASTA^DOMICILIO|DIRECCIÓN^NÚMERO DE DOCUMENTO|NÚMERO|DOCUMENTO N|DNI|NIE|NIF|RUN|RUT^APELLIDOS|APELLIDO|NOMBRES|NOMBRE^PERMISO DE CONDUCCIÓN|LICENCIA DE CONDUCIR|LICENCIA
@@ -53,7 +54,8 @@ std::vector<std::string> split(std::string_view text, char separator) {
     std::size_t start = 0;
     for (;;) {
         const std::size_t at = text.find(separator, start);
-        parts.emplace_back(text.substr(start, at == std::string_view::npos ? std::string_view::npos : at - start));
+        parts.emplace_back(
+            text.substr(start, at == std::string_view::npos ? std::string_view::npos : at - start));
         if (at == std::string_view::npos) {
             return parts;
         }
@@ -76,9 +78,8 @@ std::string_view trimmed(std::string_view line) {
 icu::UnicodeString labelPattern(const std::vector<icu::UnicodeString>& labels) {
     std::set<icu::UnicodeString> unique(labels.begin(), labels.end());
     std::vector<icu::UnicodeString> ordered(unique.begin(), unique.end());
-    std::stable_sort(ordered.begin(), ordered.end(), [](const auto& a, const auto& b) {
-        return a.countChar32() > b.countChar32();
-    });
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [](const auto& a, const auto& b) { return a.countChar32() > b.countChar32(); });
     icu::UnicodeString pattern(u"(?<![\\p{L}\\d])(?:");
     for (std::size_t i = 0; i < ordered.size(); ++i) {
         if (i > 0) {
@@ -179,7 +180,9 @@ icu::UnicodeString normalizeUnicode(const icu::UnicodeString& text) {
     return result;
 }
 
-std::string normalize(std::string_view text) { return UnicodeText::utf8(normalizeUnicode(UnicodeText::utf16(text))); }
+std::string normalize(std::string_view text) {
+    return UnicodeText::utf8(normalizeUnicode(UnicodeText::utf16(text)));
+}
 
 std::vector<LabelMatch> labelMatchesInNormalized(const icu::UnicodeString& normalized) {
     std::vector<LabelMatch> found;
@@ -188,8 +191,9 @@ std::vector<LabelMatch> labelMatchesInNormalized(const icu::UnicodeString& norma
             found.push_back(LabelMatch{kind, range});
         }
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const LabelMatch& a, const LabelMatch& b) { return a.range.length > b.range.length; });
+    std::stable_sort(found.begin(), found.end(), [](const LabelMatch& a, const LabelMatch& b) {
+        return a.range.length > b.range.length;
+    });
     std::vector<LabelMatch> kept;
     for (const LabelMatch& candidate : found) {
         const bool overlaps = std::any_of(kept.begin(), kept.end(), [&](const LabelMatch& k) {
@@ -199,8 +203,9 @@ std::vector<LabelMatch> labelMatchesInNormalized(const icu::UnicodeString& norma
             kept.push_back(candidate);
         }
     }
-    std::stable_sort(kept.begin(), kept.end(),
-                     [](const LabelMatch& a, const LabelMatch& b) { return a.range.location < b.range.location; });
+    std::stable_sort(kept.begin(), kept.end(), [](const LabelMatch& a, const LabelMatch& b) {
+        return a.range.location < b.range.location;
+    });
     return kept;
 }
 
@@ -212,6 +217,8 @@ bool isDrivingLicenceNormalized(const icu::UnicodeString& normalizedText) {
     return UnicodeText::search(drivingTitlePattern(), normalizedText);
 }
 
-bool isDrivingLicence(std::string_view text) { return isDrivingLicenceNormalized(normalizeUnicode(UnicodeText::utf16(text))); }
+bool isDrivingLicence(std::string_view text) {
+    return isDrivingLicenceNormalized(normalizeUnicode(UnicodeText::utf16(text)));
+}
 
 } // namespace FieldLexicon

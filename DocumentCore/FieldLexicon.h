@@ -16,7 +16,8 @@ namespace FieldLexicon {
 
 struct Vocabulary {
     std::string language;
-    std::map<FieldKind, std::vector<std::string>> fields; // birthDate .. personName, alternatives in text order
+    std::map<FieldKind, std::vector<std::string>>
+        fields; // birthDate .. personName, alternatives in text order
     std::vector<std::string> drivingTitles;
 
     bool operator==(const Vocabulary&) const = default;

@@ -3,13 +3,13 @@
 #include "CountryCatalog.h"
 #include "DocumentOutline.h"
 #include "FieldDetector.h"
-#include "MachineZone.h"
-#include "OCRLanguages.h"
-#include "UnicodeText.h"
 #include "FileSystem.h"
 #include "ImageDecoder.h"
+#include "MachineZone.h"
+#include "OCRLanguages.h"
 #include "PlatformError.h"
 #include "PngCodec.h"
+#include "UnicodeText.h"
 
 #include <algorithm>
 #include <cmath>
@@ -46,7 +46,9 @@ Rect standardized(const Rect& r) {
     return s;
 }
 
-Rect outset(const Rect& r, double by) { return Rect{r.x - by, r.y - by, r.width + 2 * by, r.height + 2 * by}; }
+Rect outset(const Rect& r, double by) {
+    return Rect{r.x - by, r.y - by, r.width + 2 * by, r.height + 2 * by};
+}
 
 struct PixelSpan {
     long long x0, y0, x1, y1; // half-open, bottom-left origin
@@ -54,8 +56,9 @@ struct PixelSpan {
 
 // Rounds outward to the smallest whole-pixel rectangle that contains `r`.
 PixelSpan integral(const Rect& r) {
-    return PixelSpan{static_cast<long long>(std::floor(r.minX())), static_cast<long long>(std::floor(r.minY())),
-                     static_cast<long long>(std::ceil(r.maxX())), static_cast<long long>(std::ceil(r.maxY()))};
+    return PixelSpan{
+        static_cast<long long>(std::floor(r.minX())), static_cast<long long>(std::floor(r.minY())),
+        static_cast<long long>(std::ceil(r.maxX())), static_cast<long long>(std::ceil(r.maxY()))};
 }
 
 void fillBlack(Bitmap& canvas, PixelSpan span) {
@@ -126,7 +129,8 @@ LoadedDocument load(const std::filesystem::path& file, bool turnText) {
         throw DocumentError(DocumentError::invalidImage);
     }
     Centered centered = centerDocument(std::move(upright));
-    Upright turned = turnText ? turnUpright(std::move(centered.image)) : Upright{std::move(centered.image), 0};
+    Upright turned =
+        turnText ? turnUpright(std::move(centered.image)) : Upright{std::move(centered.image), 0};
     return LoadedDocument{std::move(turned.image), properties.software, centered.result, turned.quarterTurns};
 }
 
@@ -148,7 +152,8 @@ Centered centerDocument(Bitmap image) {
         return Centered{std::move(image), CenteringResult{false, 0}};
     }
     double margin = 1;
-    for (const Outline::Point& p : {outline->topLeft, outline->topRight, outline->bottomRight, outline->bottomLeft}) {
+    for (const Outline::Point& p :
+         {outline->topLeft, outline->topRight, outline->bottomRight, outline->bottomLeft}) {
         margin = std::min({margin, p.x, p.y, 1 - p.x, 1 - p.y});
     }
     if (margin <= minimumMargin || outline->confidence < minimumConfidence) {
@@ -161,15 +166,20 @@ Centered centerDocument(Bitmap image) {
     return Centered{std::move(straightened), CenteringResult{true, outline->confidence}};
 }
 
-Rect topLeft(const Rect& box) noexcept { return Rect{box.minX(), 1.0 - box.maxY(), box.width, box.height}; }
+Rect topLeft(const Rect& box) noexcept {
+    return Rect{box.minX(), 1.0 - box.maxY(), box.width, box.height};
+}
 
 namespace {
 
-Rect topLeftOf(const platform::Recognition::Box& box) { return topLeft(Rect{box.x, box.y, box.width, box.height}); }
+Rect topLeftOf(const platform::Recognition::Box& box) {
+    return topLeft(Rect{box.x, box.y, box.width, box.height});
+}
 
 // Spans of one recognised line as text regions: the whole line when it does not divide, else each
 // non-blank span trimmed, with the box of its characters.
-void appendSpans(const platform::Recognition::Line& line, bool drivingLicence, std::vector<TextRegion>& spans) {
+void appendSpans(const platform::Recognition::Line& line, bool drivingLicence,
+                 std::vector<TextRegion>& spans) {
     const std::vector<TextRange> ranges = FieldDetector::fieldSpans(line.text, drivingLicence);
     if (ranges.empty()) {
         return;
@@ -183,12 +193,14 @@ void appendSpans(const platform::Recognition::Line& line, bool drivingLicence, s
         if (range.location < 0 || range.end() > text.length()) {
             continue;
         }
-        const icu::UnicodeString piece = UnicodeText::trimmedHorizontal(icu::UnicodeString(text, range.location, range.length));
+        const icu::UnicodeString piece =
+            UnicodeText::trimmedHorizontal(icu::UnicodeString(text, range.location, range.length));
         if (piece.isEmpty()) {
             continue;
         }
         const auto box = platform::Recognition::rangeBox(line, range.location, range.length);
-        spans.push_back(TextRegion{UnicodeText::utf8(piece), topLeftOf(box.value_or(line.box)), line.confidence});
+        spans.push_back(
+            TextRegion{UnicodeText::utf8(piece), topLeftOf(box.value_or(line.box)), line.confidence});
     }
 }
 
@@ -268,7 +280,8 @@ Analysis assemble(const AssemblyInput& input) {
                        common->width * common->height >= 0.9 * rect.width * rect.height;
             });
             if (same == regions.end()) {
-                regions.push_back(RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::machineReadable});
+                regions.push_back(
+                    RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::machineReadable});
             } else if (same->kind == FieldKind::uncertain) {
                 same->kind = *kind;
                 same->evidence = FieldEvidence::machineReadable;
@@ -278,18 +291,20 @@ Analysis assemble(const AssemblyInput& input) {
     // Text boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible: every text
     // mask reaches past its line by this share of the line's height, on every side.
     constexpr double textMargin = 0.2;
-    const double aspect =
-        input.image && input.image->width > 0 ? static_cast<double>(input.image->height) / input.image->width : 1.0;
+    const double aspect = input.image && input.image->width > 0
+                              ? static_cast<double>(input.image->height) / input.image->width
+                              : 1.0;
     for (RedactionRegion& region : regions) {
         const double dy = textMargin * region.rect.height, dx = dy * aspect;
-        region.rect = Rect{region.rect.x - dx, region.rect.y - dy, region.rect.width + 2 * dx, region.rect.height + 2 * dy};
+        region.rect = Rect{region.rect.x - dx, region.rect.y - dy, region.rect.width + 2 * dx,
+                           region.rect.height + 2 * dy};
     }
     for (const auto& face : input.recognition.faces) {
         const Rect r = topLeftOf(face);
-        regions.push_back(RedactionRegion{FieldKind::face,
-                                          Rect{r.x - faceMarginX, r.y - faceMarginY, r.width + 2 * faceMarginX,
-                                               r.height + 2 * faceMarginY},
-                                          Uuid::random(), FieldEvidence::vision});
+        regions.push_back(RedactionRegion{
+            FieldKind::face,
+            Rect{r.x - faceMarginX, r.y - faceMarginY, r.width + 2 * faceMarginX, r.height + 2 * faceMarginY},
+            Uuid::random(), FieldEvidence::vision});
     }
     for (const auto& barcode : input.recognition.barcodes) {
         regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(barcode), Uuid::random(),
@@ -299,8 +314,8 @@ Analysis assemble(const AssemblyInput& input) {
     std::vector<Rect> bands;
     for (const auto& zone : input.recognition.zones) {
         bands.push_back(topLeftOf(zone));
-        regions.push_back(RedactionRegion{FieldKind::machineReadable, bands.back(), Uuid::random(),
-                                          FieldEvidence::vision});
+        regions.push_back(
+            RedactionRegion{FieldKind::machineReadable, bands.back(), Uuid::random(), FieldEvidence::vision});
     }
     // A portrait printed over security patterns defeats the face detector; on a passport page its
     // place is known, and is masked when no face was found there.
@@ -314,10 +329,12 @@ Analysis assemble(const AssemblyInput& input) {
     if (const auto place = portraitPlace(bands, zoneLength, input.image)) {
         const bool faceThere = std::any_of(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
             const auto common = intersection(r.rect, *place);
-            return r.kind == FieldKind::face && common && common->width * common->height > 0.25 * r.rect.width * r.rect.height;
+            return r.kind == FieldKind::face && common &&
+                   common->width * common->height > 0.25 * r.rect.width * r.rect.height;
         });
         if (!faceThere) {
-            regions.push_back(RedactionRegion{FieldKind::face, *place, Uuid::random(), FieldEvidence::vision});
+            regions.push_back(
+                RedactionRegion{FieldKind::face, *place, Uuid::random(), FieldEvidence::vision});
         }
     }
 
@@ -330,18 +347,21 @@ Analysis assemble(const AssemblyInput& input) {
         warnings.push_back(
             "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.");
     }
-    const std::vector<std::string> unavailable = OCRLanguages::unavailable(country.code, input.supportedLanguages);
+    const std::vector<std::string> unavailable =
+        OCRLanguages::unavailable(country.code, input.supportedLanguages);
     if (!unavailable.empty()) {
         std::string names;
         for (const std::string& code : unavailable) {
             names += (names.empty() ? "" : ", ") + OCRLanguages::displayName(code);
         }
-        warnings.push_back("В этой системе нет заявленного OCR для: " + names +
-                           ". Локальные подписи могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
+        warnings.push_back(
+            "В этой системе нет заявленного OCR для: " + names +
+            ". Локальные подписи могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
     }
     if (country.conflict) {
-        warnings.push_back("Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
-                           "рождения могут отличаться.");
+        warnings.push_back(
+            "Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
+            "рождения могут отличаться.");
     }
     if (!country.hasProfile) {
         warnings.push_back(
@@ -354,10 +374,12 @@ Analysis assemble(const AssemblyInput& input) {
         warnings.push_back("Текст не распознан. Добавьте маски вручную или загрузите более чёткое фото.");
     }
     if (input.recognition.faces.empty()) {
-        warnings.push_back("Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.");
+        warnings.push_back(
+            "Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.");
     }
-    warnings.push_back("Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
-                       "распознавание всех форматов и полей.");
+    warnings.push_back(
+        "Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
+        "распознавание всех форматов и полей.");
 
     return Analysis{std::move(regions),
                     std::move(detection.type),
@@ -381,7 +403,8 @@ Analysis analyze(const LoadedDocument& document) {
     return assemble(input);
 }
 
-Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy) {
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
+              const RedactionPolicy& policy) {
     if (image.empty() || image.pixels.size() != image.rowBytes() * static_cast<std::size_t>(image.height)) {
         throw DocumentError(DocumentError::exportFailed);
     }

@@ -53,7 +53,8 @@ Analysis assemble(const AssemblyInput& input);
 // A new opaque copy of `image` with the regions that `policy` hides painted solid black, with hard
 // edges, padded by 0.4% of the image height (at least 3 pixels) on every side. Throws
 // DocumentError::exportFailed when no bitmap can be made.
-Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy);
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
+              const RedactionPolicy& policy);
 
 // Encodes `image` as a PNG without metadata, decodes the bytes again to check them, then replaces
 // the file at `to` atomically. Encoding or verification failures throw DocumentError::exportFailed

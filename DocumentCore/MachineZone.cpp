@@ -342,7 +342,9 @@ std::string folded(std::string_view line) {
 }
 
 // Letters and digits that recognisers confuse count as one.
-bool alike(char a, char b) { return a == b || asDigit(a) == asDigit(b); }
+bool alike(char a, char b) {
+    return a == b || asDigit(a) == asDigit(b);
+}
 
 // The fewest edits that make `needle` out of some stretch of `text`.
 std::size_t distanceWithin(std::string_view needle, std::string_view text) {
@@ -350,7 +352,8 @@ std::size_t distanceWithin(std::string_view needle, std::string_view text) {
     for (std::size_t i = 1; i <= needle.size(); ++i) {
         next[0] = i;
         for (std::size_t j = 1; j <= text.size(); ++j) {
-            next[j] = std::min({row[j] + 1, next[j - 1] + 1, row[j - 1] + (alike(needle[i - 1], text[j - 1]) ? 0 : 1)});
+            next[j] = std::min(
+                {row[j] + 1, next[j - 1] + 1, row[j - 1] + (alike(needle[i - 1], text[j - 1]) ? 0 : 1)});
         }
         std::swap(row, next);
     }
@@ -379,13 +382,16 @@ std::vector<std::string> runs(const std::string& text, bool digits) {
 // A date as YYMMDD printed as day, month (a number or a word) and year (two digits or four), in any
 // order, or run together as DDMMYYYY, YYYYMMDD, DDMMYY or YYMMDD.
 bool repeatsDate(std::string_view date, const std::string& text) {
-    if (date.size() != 6 || !std::all_of(date.begin(), date.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); })) {
+    if (date.size() != 6 || !std::all_of(date.begin(), date.end(), [](char c) {
+            return std::isdigit(static_cast<unsigned char>(c));
+        })) {
         return false;
     }
     const std::string yy(date.substr(0, 2)), mm(date.substr(2, 2)), dd(date.substr(4, 2));
     const std::vector<std::string> groups = runs(text, true);
     for (const std::string& g : groups) {
-        if (g == dd + mm + yy || g == yy + mm + dd || (g.size() == 8 && (g.substr(0, 4) == dd + mm && g.substr(6) == yy)) ||
+        if (g == dd + mm + yy || g == yy + mm + dd ||
+            (g.size() == 8 && (g.substr(0, 4) == dd + mm && g.substr(6) == yy)) ||
             (g.size() == 8 && g.substr(2) == yy + mm + dd)) {
             return true;
         }
@@ -393,7 +399,8 @@ bool repeatsDate(std::string_view date, const std::string& text) {
     auto number = [](const std::string& g) { return g.size() <= 2 ? std::stoi(g) : -1; };
     const std::vector<std::string> words = runs(text, false);
     const bool month =
-        std::any_of(groups.begin(), groups.end(), [&](const std::string& g) { return number(g) == std::stoi(mm); }) ||
+        std::any_of(groups.begin(), groups.end(),
+                    [&](const std::string& g) { return number(g) == std::stoi(mm); }) ||
         std::any_of(words.begin(), words.end(), [](const std::string& w) { return w.size() >= 3; });
     // Day and year in groups of their own: one "07" is not both.
     for (std::size_t d = 0; d < groups.size(); ++d) {

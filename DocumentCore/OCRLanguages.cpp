@@ -12,7 +12,8 @@
 namespace OCRLanguages {
 
 std::vector<std::string> prioritized(const std::vector<std::string>& supported) {
-    static constexpr std::array<const char*, 7> preferred{"en-US", "ru-RU", "uk-UA", "tr-TR", "fr-FR", "de-DE", "es-ES"};
+    static constexpr std::array<const char*, 7> preferred{"en-US", "ru-RU", "uk-UA", "tr-TR",
+                                                          "fr-FR", "de-DE", "es-ES"};
     std::vector<std::string> ordered;
     for (const char* identifier : preferred) {
         if (std::find(supported.begin(), supported.end(), identifier) != supported.end()) {
@@ -27,7 +28,8 @@ std::vector<std::string> prioritized(const std::vector<std::string>& supported) 
     return ordered;
 }
 
-std::vector<std::string> unavailable(const std::optional<std::string>& code, const std::vector<std::string>& supported) {
+std::vector<std::string> unavailable(const std::optional<std::string>& code,
+                                     const std::vector<std::string>& supported) {
     std::set<std::string> prefixes;
     for (const std::string& identifier : supported) {
         prefixes.insert(identifier.substr(0, 2));

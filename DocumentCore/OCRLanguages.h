@@ -13,7 +13,8 @@ namespace OCRLanguages {
 std::vector<std::string> prioritized(const std::vector<std::string>& supported);
 
 // The detected country's document languages whose two letters begin no supported identifier.
-std::vector<std::string> unavailable(const std::optional<std::string>& code, const std::vector<std::string>& supported);
+std::vector<std::string> unavailable(const std::optional<std::string>& code,
+                                     const std::vector<std::string>& supported);
 
 // The language's name in Russian, or the code itself when the locale data has none.
 std::string displayName(const std::string& code);

@@ -24,16 +24,19 @@ constexpr double largestPage = 100000;
 
 std::optional<Bitmap> render(const PDFDocument& document, int index) {
     const auto box = platform::Pdf::mediaBox(*document.handle, index);
-    if (!box || !(box->width > 0) || !(box->height > 0) || !(box->width <= largestPage) || !(box->height <= largestPage)) {
+    if (!box || !(box->width > 0) || !(box->height > 0) || !(box->width <= largestPage) ||
+        !(box->height <= largestPage)) {
         return std::nullopt;
     }
-    const double scale = std::min({std::clamp(targetSide / std::max(box->width, box->height), minimumScale, maximumScale),
-                                   largestSide / std::max(box->width, box->height),
-                                   std::sqrt(mostPixels / (box->width * box->height))});
+    const double scale =
+        std::min({std::clamp(targetSide / std::max(box->width, box->height), minimumScale, maximumScale),
+                  largestSide / std::max(box->width, box->height),
+                  std::sqrt(mostPixels / (box->width * box->height))});
     // std::lround rounds half away from zero.
     const long width = std::clamp(std::lround(box->width * scale), 1L, static_cast<long>(largestSide));
     const long height = std::clamp(std::lround(box->height * scale), 1L, static_cast<long>(largestSide));
-    return platform::Pdf::renderPage(*document.handle, index, scale, static_cast<int>(width), static_cast<int>(height));
+    return platform::Pdf::renderPage(*document.handle, index, scale, static_cast<int>(width),
+                                     static_cast<int>(height));
 }
 
 } // namespace
@@ -51,7 +54,9 @@ PDFDocument load(const std::filesystem::path& file) {
     }
 }
 
-RedactionPolicy pdfPolicy() noexcept { return RedactionPolicy{false, false, false, true}; }
+RedactionPolicy pdfPolicy() noexcept {
+    return RedactionPolicy{false, false, false, true};
+}
 
 ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress,
                      const PageDone& pageDone) {
@@ -69,7 +74,8 @@ ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy,
         }
         // PDF pages are never perspective-centred, but a page scanned sideways is turned upright.
         ImagePipeline::Upright upright = ImagePipeline::turnUpright(std::move(*page));
-        LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0}, upright.quarterTurns};
+        LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0},
+                              upright.quarterTurns};
         Analysis analysis = ImagePipeline::analyze(loaded);
         Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy);
         if (writer) {

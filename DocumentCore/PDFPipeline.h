@@ -37,7 +37,7 @@ using PageDone = std::function<void(PDFPageResult&& page)>;
 // new PDF and each page's analysis, not its images (those go to `pageDone`). The first failing page
 // fails the whole call. Output pages measure one point per pixel of the rendered page. Errors of the
 // recogniser pass through unchanged.
-ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress = {},
-                     const PageDone& pageDone = {});
+ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy,
+                     const PageProgress& progress = {}, const PageDone& pageDone = {});
 
 } // namespace PDFPipeline

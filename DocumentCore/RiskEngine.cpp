@@ -19,7 +19,7 @@ constexpr long long lowResolutionPixels = 1000000;
 constexpr double maxProportion = 3.0;
 constexpr std::size_t minZoneLineLength = 28;
 
-constexpr std::array<std::string_view, 7> editors{"photoshop", "gimp",      "canva",  "snapseed",
+constexpr std::array<std::string_view, 7> editors{"photoshop",  "gimp",      "canva",  "snapseed",
                                                   "pixelmator", "lightroom", "picsart"};
 
 std::string upperWithoutSpaces(const std::string& text) {
@@ -45,7 +45,8 @@ struct Tally {
         if (line.size() < check || !std::isdigit(static_cast<unsigned char>(line[check - 1]))) {
             return; // a filler or a letter where the digit belongs: not checkable
         }
-        const std::optional<int> digit = checkDigit(std::string_view(line).substr(first - 1, last - first + 1));
+        const std::optional<int> digit =
+            checkDigit(std::string_view(line).substr(first - 1, last - first + 1));
         if (!digit) {
             return;
         }
@@ -80,8 +81,9 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
     for (const TextRegion& line : lines) {
         ordered.push_back(&line);
     }
-    std::stable_sort(ordered.begin(), ordered.end(),
-                     [](const TextRegion* a, const TextRegion* b) { return a->rect.minY() < b->rect.minY(); });
+    std::stable_sort(ordered.begin(), ordered.end(), [](const TextRegion* a, const TextRegion* b) {
+        return a->rect.minY() < b->rect.minY();
+    });
 
     std::vector<std::string> candidates;
     for (const TextRegion* line : ordered) {
@@ -118,8 +120,8 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
     const int zoneChecks = tally.performed;
     if (tally.mismatches > 0) {
         points += std::min(pointsPerMismatch * tally.mismatches, maxZonePoints);
-        risk.findings.push_back("MRZ: несовпадений контрольных цифр — " + std::to_string(tally.mismatches) + " из " +
-                                std::to_string(zoneChecks) +
+        risk.findings.push_back("MRZ: несовпадений контрольных цифр — " + std::to_string(tally.mismatches) +
+                                " из " + std::to_string(zoneChecks) +
                                 ". Возможны ошибка OCR, плохое фото или изменение данных.");
     } else if (zoneChecks > 0) {
         risk.findings.push_back("MRZ: " + std::to_string(zoneChecks) +
@@ -136,8 +138,9 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
         for (std::string_view editor : editors) {
             if (lower.find(editor) != std::string::npos) {
                 points += editorPoints;
-                risk.findings.push_back("В метаданных указан графический редактор. Это слабый сигнал: обычная "
-                                        "обработка фотографии также оставляет такие записи.");
+                risk.findings.push_back(
+                    "В метаданных указан графический редактор. Это слабый сигнал: обычная "
+                    "обработка фотографии также оставляет такие записи.");
                 break;
             }
         }
@@ -149,22 +152,26 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
         const long long pixels = static_cast<long long>(image->width) * image->height;
         if (pixels < lowResolutionPixels) {
             points += lowResolutionPoints;
-            risk.findings.push_back("Качество снимка низкое: разрешение меньше 1 Мп. Мелкие защитные элементы и "
-                                    "монтаж могут быть неразличимы.");
+            risk.findings.push_back(
+                "Качество снимка низкое: разрешение меньше 1 Мп. Мелкие защитные элементы и "
+                "монтаж могут быть неразличимы.");
         } else {
-            risk.findings.push_back("Качество снимка: разрешение достаточно для базовой оптической проверки (" +
-                                    std::to_string(image->width) + "×" + std::to_string(image->height) + ").");
+            risk.findings.push_back(
+                "Качество снимка: разрешение достаточно для базовой оптической проверки (" +
+                std::to_string(image->width) + "×" + std::to_string(image->height) + ").");
         }
         const double longer = std::max(image->width, image->height);
         const double shorter = std::max(std::min(image->width, image->height), 1);
         if (longer / shorter > maxProportion) {
             points += proportionPoints;
-            risk.findings.push_back("Необычное соотношение сторон снимка. Проверьте, что документ не обрезан или не "
-                                    "собран из частей.");
+            risk.findings.push_back(
+                "Необычное соотношение сторон снимка. Проверьте, что документ не обрезан или не "
+                "собран из частей.");
         }
     }
-    risk.findings.push_back("Замена портрета, монтаж, защитные элементы и чип этой версией не проверяются. Индекс не "
-                            "является вероятностью подделки.");
+    risk.findings.push_back(
+        "Замена портрета, монтаж, защитные элементы и чип этой версией не проверяются. Индекс не "
+        "является вероятностью подделки.");
     risk.checksPerformed = performed;
     if (performed >= 1) {
         risk.score = points;

@@ -17,7 +17,9 @@ std::string utf8(const icu::UnicodeString& text) {
     return out;
 }
 
-bool isWordCharacter(UChar32 c) noexcept { return u_isalpha(c) || u_charType(c) == U_DECIMAL_DIGIT_NUMBER; }
+bool isWordCharacter(UChar32 c) noexcept {
+    return u_isalpha(c) || u_charType(c) == U_DECIMAL_DIGIT_NUMBER;
+}
 
 icu::UnicodeString escaped(const icu::UnicodeString& literal) {
     icu::UnicodeString out;
@@ -48,7 +50,8 @@ bool containsWord(const icu::UnicodeString& text, const icu::UnicodeString& phra
     return false;
 }
 
-std::unique_ptr<icu::RegexPattern> compile(const icu::UnicodeString& pattern, const char* owner, uint32_t flags) {
+std::unique_ptr<icu::RegexPattern> compile(const icu::UnicodeString& pattern, const char* owner,
+                                           uint32_t flags) {
     UErrorCode status = U_ZERO_ERROR;
     UParseError where{};
     std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(pattern, flags, where, status));
@@ -82,8 +85,7 @@ bool search(const icu::RegexPattern& pattern, const icu::UnicodeString& text) {
 
 namespace {
 
-template <class Predicate>
-icu::UnicodeString trimmed(const icu::UnicodeString& text, Predicate strip) {
+template <class Predicate> icu::UnicodeString trimmed(const icu::UnicodeString& text, Predicate strip) {
     int32_t start = 0;
     int32_t end = text.length();
     while (start < end && strip(text.char32At(start))) {

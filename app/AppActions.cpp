@@ -44,9 +44,10 @@ MenuWords menuWords(AppLanguage language) {
 } // namespace
 
 AppActions::AppActions(AppModel& model, QObject* parent)
-    : QObject(parent), model_(model), open_(new QAction(this)), save_(new QAction(this)), close_(new QAction(this)),
-      undo_(new QAction(this)), quit_(new QAction(this)), about_(new QAction(QStringLiteral("Quorvel"), this)),
-      zoomIn_(new QAction(this)), zoomOut_(new QAction(this)), zoomFit_(new QAction(this)) {
+    : QObject(parent), model_(model), open_(new QAction(this)), save_(new QAction(this)),
+      close_(new QAction(this)), undo_(new QAction(this)), quit_(new QAction(this)),
+      about_(new QAction(QStringLiteral("Quorvel"), this)), zoomIn_(new QAction(this)),
+      zoomOut_(new QAction(this)), zoomFit_(new QAction(this)) {
     zoomIn_->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_Plus), QKeySequence(Qt::CTRL | Qt::Key_Equal)});
     zoomOut_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Minus));
     zoomFit_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));

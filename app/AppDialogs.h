@@ -12,5 +12,6 @@ public:
     // A JPEG, PNG, HEIC, HEIF or PDF file; none when the user cancels.
     virtual std::optional<QString> chooseOpenFile(const QString& title) = 0;
     // A destination for the cleaned copy, starting from `proposedName`; none when the user cancels.
-    virtual std::optional<QString> chooseSaveFile(const QString& title, const QString& proposedName, bool pdf) = 0;
+    virtual std::optional<QString> chooseSaveFile(const QString& title, const QString& proposedName,
+                                                  bool pdf) = 0;
 };

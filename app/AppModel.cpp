@@ -22,7 +22,9 @@ constexpr double minZoom = 1.0;
 // A drag thinner than this share of the picture is a slip, not a mask.
 constexpr double minimumMaskSide = 0.002;
 
-QString describe(const std::exception& error) { return QString::fromUtf8(error.what()); }
+QString describe(const std::exception& error) {
+    return QString::fromUtf8(error.what());
+}
 
 // The same file through any link or "." segment, also when it does not exist yet.
 QString resolved(const QString& path) {
@@ -31,12 +33,17 @@ QString resolved(const QString& path) {
         return info.canonicalFilePath();
     }
     const QString folder = QDir(info.absolutePath()).canonicalPath();
-    return QDir::cleanPath((folder.isEmpty() ? info.absolutePath() : folder) + QLatin1Char('/') + info.fileName());
+    return QDir::cleanPath((folder.isEmpty() ? info.absolutePath() : folder) + QLatin1Char('/') +
+                           info.fileName());
 }
 
-bool isPdfPath(const QString& file) { return QFileInfo(file).suffix().toLower() == QLatin1String("pdf"); }
+bool isPdfPath(const QString& file) {
+    return QFileInfo(file).suffix().toLower() == QLatin1String("pdf");
+}
 
-std::shared_ptr<const Bitmap> shared(Bitmap image) { return std::make_shared<const Bitmap>(std::move(image)); }
+std::shared_ptr<const Bitmap> shared(Bitmap image) {
+    return std::make_shared<const Bitmap>(std::move(image));
+}
 
 } // namespace
 
@@ -49,7 +56,8 @@ AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy p
     };
     ProcessedPDF processed =
         PDFPipeline::process(PDFPipeline::load(path), policy, {}, [&](PDFPageResult&& page) {
-            result.pdfPages.push_back(Page{packed(page.original), packed(page.cleaned), std::move(page.analysis)});
+            result.pdfPages.push_back(
+                Page{packed(page.original), packed(page.cleaned), std::move(page.analysis)});
             if (!result.original) {
                 result.original = shared(std::move(page.original));
                 result.output = shared(std::move(page.cleaned));
@@ -101,7 +109,9 @@ std::vector<RedactionRegion> AppModel::activeRegions() const {
     return regions;
 }
 
-bool AppModel::canExport() const { return output_ && !busy_ && reviewed_ && allPagesSeen(); }
+bool AppModel::canExport() const {
+    return output_ && !busy_ && reviewed_ && allPagesSeen();
+}
 
 bool AppModel::needsConsent() const {
     const QSettings settings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"));
@@ -173,7 +183,9 @@ void AppModel::clearError() {
     emit changed();
 }
 
-void AppModel::setStatus(QString L10n::*text) { status_ = text; }
+void AppModel::setStatus(QString L10n::*text) {
+    status_ = text;
+}
 
 void AppModel::fail(const QString& message) {
     error_ = message;
@@ -277,16 +289,15 @@ void AppModel::updateMasks() {
     emit changed();
     if (isPDF_ && sourceFile_) {
         const std::string path = sourceFile_->toStdString();
-        start(
-            [path, policy = policy_]() -> Result { return processPdf(path, policy); },
-            [this](Result& result) {
-                busy_ = false;
-                if (result.failure) {
-                    error_ = result.failure; // the previous pictures stay
-                    return;
-                }
-                show(result);
-            });
+        start([path, policy = policy_]() -> Result { return processPdf(path, policy); },
+              [this](Result& result) {
+                  busy_ = false;
+                  if (result.failure) {
+                      error_ = result.failure; // the previous pictures stay
+                      return;
+                  }
+                  show(result);
+              });
         return;
     }
     std::vector<RedactionRegion> regions = analysis_ ? analysis_->regions : std::vector<RedactionRegion>{};
@@ -344,7 +355,8 @@ void AppModel::exportCopy() {
     const QString title = isPDF_ ? (language_ == AppLanguage::ru ? QStringLiteral("Сохранить очищенный PDF")
                                                                  : QStringLiteral("Save cleaned PDF"))
                                  : t.savePNG;
-    const QString proposed = QStringLiteral("document-redacted-") + QString::fromStdString(Uuid::random().string()).left(8) +
+    const QString proposed = QStringLiteral("document-redacted-") +
+                             QString::fromStdString(Uuid::random().string()).left(8) +
                              (isPDF_ ? QStringLiteral(".pdf") : QStringLiteral(".png"));
     const auto destination = dialogs_.chooseSaveFile(title, proposed, isPDF_);
     if (!destination) {
@@ -357,7 +369,8 @@ void AppModel::exportCopy() {
     busy_ = true;
     emit changed();
     start(
-        [path = destination->toStdString(), pdf = isPDF_ ? pdfOutput_ : std::nullopt, image = output_]() -> Result {
+        [path = destination->toStdString(), pdf = isPDF_ ? pdfOutput_ : std::nullopt,
+         image = output_]() -> Result {
             if (pdf) {
                 platform::FileSystem::writeAtomically(path, *pdf);
             } else {

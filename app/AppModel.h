@@ -40,7 +40,9 @@ public:
     // The PDF page shown (from 0), and whether every page's result has been shown: a PDF is saved only
     // once the person has seen all of it.
     int currentPage() const { return currentPage_; }
-    bool allPagesSeen() const { return std::find(pagesSeen_.begin(), pagesSeen_.end(), false) == pagesSeen_.end(); }
+    bool allPagesSeen() const {
+        return std::find(pagesSeen_.begin(), pagesSeen_.end(), false) == pagesSeen_.end();
+    }
     bool isPDF() const { return isPDF_; }
     const std::optional<Analysis>& analysis() const { return analysis_; }
     const RedactionPolicy& policy() const { return policy_; }

@@ -27,16 +27,19 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
     layout->setContentsMargins(28, 28, 28, 28);
     layout->setSpacing(18);
 
-    auto* title = new QLabel(russian ? QStringLiteral("Перед началом работы") : QStringLiteral("Before you start"));
+    auto* title =
+        new QLabel(russian ? QStringLiteral("Перед началом работы") : QStringLiteral("Before you start"));
     title->setFont(Theme::sized(20, QFont::DemiBold));
     layout->addWidget(title);
     auto* body = new QLabel(
-        russian ? QStringLiteral("Выбранные изображения и PDF обрабатываются только на этом компьютере. Содержимое "
-                                 "документов никуда не отправляется и не сохраняется: программа записывает только "
-                                 "очищенную копию, которую вы сохраните сами.")
-                : QStringLiteral("The images and PDFs you choose are processed on this computer only. Document "
-                                 "contents are never uploaded and never stored: the program writes nothing but the "
-                                 "cleaned copy you save yourself."));
+        russian ? QStringLiteral(
+                      "Выбранные изображения и PDF обрабатываются только на этом компьютере. Содержимое "
+                      "документов никуда не отправляется и не сохраняется: программа записывает только "
+                      "очищенную копию, которую вы сохраните сами.")
+                : QStringLiteral(
+                      "The images and PDFs you choose are processed on this computer only. Document "
+                      "contents are never uploaded and never stored: the program writes nothing but the "
+                      "cleaned copy you save yourself."));
     body->setWordWrap(true);
     body->setFixedWidth(484); // 540 wide with the margins
     layout->addWidget(body);
@@ -46,8 +49,9 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
         auto* button = new QPushButton(label);
         button->setFlat(true);
         button->setCursor(Qt::PointingHandCursor);
-        button->setStyleSheet(QStringLiteral("QPushButton { color: %1; text-decoration: underline; border: none; }")
-                                  .arg(Theme::accent.name()));
+        button->setStyleSheet(
+            QStringLiteral("QPushButton { color: %1; text-decoration: underline; border: none; }")
+                .arg(Theme::accent.name()));
         connect(button, &QPushButton::clicked, this, [file] {
             const QString path = resourcePath(file);
             if (!path.isEmpty()) {
@@ -56,7 +60,8 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
         });
         links->addWidget(button);
     };
-    link(russian ? QStringLiteral("Условия использования") : QStringLiteral("Terms of use"), QStringLiteral("TERMS_OF_USE.txt"));
+    link(russian ? QStringLiteral("Условия использования") : QStringLiteral("Terms of use"),
+         QStringLiteral("TERMS_OF_USE.txt"));
     // The English label is kept in Russian too.
     link(QStringLiteral("Privacy policy"), QStringLiteral("PRIVACY_POLICY.txt"));
     links->addStretch();
@@ -88,8 +93,9 @@ void ConsentDialog::reject() {
 QString ConsentDialog::resourcePath(const QString& name) {
     const QString app = QCoreApplication::applicationDirPath();
     // Installed beside the program's share folder, or in the build tree.
-    for (const QString& folder : {app + QStringLiteral("/../share/quorvel"), app + QStringLiteral("/resources"),
-                                  QStringLiteral(QUORVEL_SOURCE_DIR "/app/resources")}) {
+    for (const QString& folder :
+         {app + QStringLiteral("/../share/quorvel"), app + QStringLiteral("/resources"),
+          QStringLiteral(QUORVEL_SOURCE_DIR "/app/resources")}) {
         const QFileInfo file(QDir(folder).filePath(name));
         if (file.isFile()) {
             return file.canonicalFilePath();

@@ -10,12 +10,13 @@
 
 namespace {
 
-constexpr double margin = 16;        // around the picture
-constexpr double minimumDrag = 2;    // points before a drag counts
+constexpr double margin = 16;     // around the picture
+constexpr double minimumDrag = 2; // points before a drag counts
 
 } // namespace
 
-ImageCanvas::ImageCanvas(AppModel& model, QWidget* parent) : QScrollArea(parent), model_(model), picture_(new QWidget) {
+ImageCanvas::ImageCanvas(AppModel& model, QWidget* parent)
+    : QScrollArea(parent), model_(model), picture_(new QWidget) {
     setFrameShape(QFrame::NoFrame);
     setWidgetResizable(false);
     setAlignment(Qt::AlignCenter);
@@ -38,7 +39,8 @@ QRectF ImageCanvas::rectangle(QPointF start, QPointF end, QSizeF size) {
         return QPointF(std::clamp(p.x(), 0.0, size.width()), std::clamp(p.y(), 0.0, size.height()));
     };
     const QPointF a = clamp(start), b = clamp(end);
-    return QRectF(std::min(a.x(), b.x()), std::min(a.y(), b.y()), std::abs(a.x() - b.x()), std::abs(a.y() - b.y()));
+    return QRectF(std::min(a.x(), b.x()), std::min(a.y(), b.y()), std::abs(a.x() - b.x()),
+                  std::abs(a.y() - b.y()));
 }
 
 QSizeF ImageCanvas::displayedSize() const {
@@ -81,14 +83,17 @@ void ImageCanvas::resizeEvent(QResizeEvent* event) {
 
 void ImageCanvas::layoutPicture() {
     const QSizeF size = displayedSize();
-    const QSize wanted(std::max(viewport()->width(), static_cast<int>(std::ceil(size.width() + 2 * margin))),
-                       std::max(viewport()->height(), static_cast<int>(std::ceil(size.height() + 2 * margin))));
+    const QSize wanted(
+        std::max(viewport()->width(), static_cast<int>(std::ceil(size.width() + 2 * margin))),
+        std::max(viewport()->height(), static_cast<int>(std::ceil(size.height() + 2 * margin))));
     if (picture_->size() != wanted) {
         picture_->resize(wanted);
     }
 }
 
-bool ImageCanvas::drawingAllowed() const { return model_.manualMode() && !model_.showOriginal() && !model_.busy(); }
+bool ImageCanvas::drawingAllowed() const {
+    return model_.manualMode() && !model_.showOriginal() && !model_.busy();
+}
 
 bool ImageCanvas::eventFilter(QObject* watched, QEvent* event) {
     if (watched != picture_) {

@@ -8,21 +8,21 @@
 
 #include <QAction>
 #include <QButtonGroup>
-#include <QCoreApplication>
-#include <QMenuBar>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFontMetrics>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
-#include <QFontMetrics>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QToolButton>
@@ -104,7 +104,8 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     auto* badge = new QWidget;
     auto* badgeRow = new QHBoxLayout(badge);
     badgeRow->setContentsMargins(0, 0, 12, 0);
-    badgeRow->addWidget(iconLabel(Theme::icon(QStringLiteral("security-high"), QStringLiteral("lock-shield")), 14));
+    badgeRow->addWidget(
+        iconLabel(Theme::icon(QStringLiteral("security-high"), QStringLiteral("lock-shield")), 14));
     localBadge_ = secondaryCaption();
     localBadge_->setWordWrap(false);
     badgeRow->addWidget(localBadge_);
@@ -118,8 +119,9 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     // The version the package and `quorvel --version` report.
     connect(actions_.about(), &QAction::triggered, this, [this] {
         QMessageBox::about(this, QStringLiteral("Quorvel"),
-                           QStringLiteral("Quorvel ") + QCoreApplication::applicationVersion() + QStringLiteral("\n") +
-                               model_.texts().appVersion + QStringLiteral("\n\n") + model_.texts().offlineBody);
+                           QStringLiteral("Quorvel ") + QCoreApplication::applicationVersion() +
+                               QStringLiteral("\n") + model_.texts().appVersion + QStringLiteral("\n\n") +
+                               model_.texts().offlineBody);
     });
 
     auto* central = new QWidget;
@@ -153,7 +155,8 @@ QWidget* MainWindow::buildSidebar() {
     layout->setSpacing(8);
 
     auto* brand = new QHBoxLayout;
-    brand->addWidget(iconLabel(Theme::icon(QStringLiteral("quorvel-shield"), QStringLiteral("checkmark-shield")), 31));
+    brand->addWidget(
+        iconLabel(Theme::icon(QStringLiteral("quorvel-shield"), QStringLiteral("checkmark-shield")), 31));
     auto* names = new QVBoxLayout;
     auto* appName = label(nullptr, Theme::sized(15, QFont::Bold));
     appName->setText(QStringLiteral("Quorvel"));
@@ -167,7 +170,8 @@ QWidget* MainWindow::buildSidebar() {
     auto* country = new QVBoxLayout(countryBlock_);
     country->setContentsMargins(0, 4, 0, 4);
     auto* nameRow = new QHBoxLayout;
-    nameRow->addWidget(iconLabel(Theme::icon(QStringLiteral("applications-internet"), QStringLiteral("globe")), 16));
+    nameRow->addWidget(
+        iconLabel(Theme::icon(QStringLiteral("applications-internet"), QStringLiteral("globe")), 16));
     countryName_ = label(nullptr, Theme::sized(14, QFont::DemiBold));
     nameRow->addWidget(countryName_, 1);
     country->addLayout(nameRow);
@@ -184,7 +188,8 @@ QWidget* MainWindow::buildSidebar() {
     layout->addWidget(countryBlock_);
 
     auto* languageRow = new QHBoxLayout;
-    languageRow->addWidget(iconLabel(Theme::icon(QStringLiteral("preferences-desktop-locale"), QStringLiteral("globe")), 14));
+    languageRow->addWidget(
+        iconLabel(Theme::icon(QStringLiteral("preferences-desktop-locale"), QStringLiteral("globe")), 14));
     languagePicker_ = new QComboBox;
     languagePicker_->setFixedWidth(125);
     languagePicker_->setFont(Theme::caption());
@@ -202,7 +207,8 @@ QWidget* MainWindow::buildSidebar() {
     layout->addWidget(alwaysHideTitle_);
     for (QLabel*& row : requiredRows_) {
         auto* line = new QHBoxLayout;
-        line->addWidget(iconLabel(Theme::icon(QStringLiteral("quorvel-check"), QStringLiteral("checkmark-circle")), 13));
+        line->addWidget(
+            iconLabel(Theme::icon(QStringLiteral("quorvel-check"), QStringLiteral("checkmark-circle")), 13));
         row = label();
         line->addWidget(row, 1);
         layout->addLayout(line);
@@ -221,7 +227,8 @@ QWidget* MainWindow::buildSidebar() {
         // it while it has the keyboard's focus.
         optionSwitches_[i]->setFocusPolicy(Qt::StrongFocus);
         optionSwitches_[i]->setStyleSheet(QStringLiteral(
-            "QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; border-radius: 10px;"
+            "QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; border-radius: "
+            "10px;"
             " image: url(:/icons/switch-off.svg); }"
             "QCheckBox::indicator:checked { image: url(:/icons/switch-on.svg); }"
             "QCheckBox::indicator:disabled { image: url(:/icons/switch-off-disabled.svg); }"
@@ -242,7 +249,8 @@ QWidget* MainWindow::buildSidebar() {
     layout->addWidget(riskTitle_);
     auto* card = new QFrame;
     card->setObjectName(QStringLiteral("riskCard"));
-    card->setStyleSheet(QStringLiteral("#riskCard { background: rgba(255, 255, 255, 0.045); border-radius: 12px; }"));
+    card->setStyleSheet(
+        QStringLiteral("#riskCard { background: rgba(255, 255, 255, 0.045); border-radius: 12px; }"));
     auto* cardLayout = new QVBoxLayout(card);
     cardLayout->setContentsMargins(12, 12, 12, 12);
     riskHeading_ = label(nullptr, Theme::sized(13, QFont::Medium));
@@ -271,7 +279,8 @@ QWidget* MainWindow::buildSidebar() {
 
     layout->addStretch();
     auto* offlineRow = new QHBoxLayout;
-    offlineRow->addWidget(iconLabel(Theme::icon(QStringLiteral("quorvel-drive"), QStringLiteral("drive")), 14));
+    offlineRow->addWidget(
+        iconLabel(Theme::icon(QStringLiteral("quorvel-drive"), QStringLiteral("drive")), 14));
     offlineTitle_ = label(nullptr, Theme::caption(true));
     offlineTitle_->setPalette(accentText);
     offlineRow->addWidget(offlineTitle_, 1);
@@ -303,7 +312,8 @@ QWidget* MainWindow::buildHeader() {
     previousPage_ = new QToolButton;
     previousPage_->setArrowType(Qt::LeftArrow);
     previousPage_->setShortcut(QKeySequence(Qt::Key_PageUp));
-    connect(previousPage_, &QToolButton::clicked, &model_, [this] { model_.showPage(model_.currentPage() - 1); });
+    connect(previousPage_, &QToolButton::clicked, &model_,
+            [this] { model_.showPage(model_.currentPage() - 1); });
     pageNumber_ = label(nullptr, Theme::sized(13));
     nextPage_ = new QToolButton;
     nextPage_->setArrowType(Qt::RightArrow);
@@ -370,7 +380,8 @@ QWidget* MainWindow::buildWorkspace() {
     auto* group = new QButtonGroup(segments);
     for (QPushButton* button : {showResult_, showOriginal_}) {
         button->setCheckable(true);
-        button->setStyleSheet(QStringLiteral("QPushButton:checked { background: #4A5059; font-weight: 600; }"));
+        button->setStyleSheet(
+            QStringLiteral("QPushButton:checked { background: #4A5059; font-weight: 600; }"));
         group->addButton(button);
         segmentRow->addWidget(button);
     }
@@ -399,7 +410,8 @@ QWidget* MainWindow::buildWorkspace() {
     canvas_->setStyleSheet(QStringLiteral("ImageCanvas { border-radius: 10px; }"));
     badge_ = new QLabel(canvas_);
     badge_->setFont(Theme::caption(true));
-    badge_->setStyleSheet(QStringLiteral("background: rgba(40, 44, 50, 0.72); color: white; padding: 8px; border-radius: 8px;"));
+    badge_->setStyleSheet(QStringLiteral(
+        "background: rgba(40, 44, 50, 0.72); color: white; padding: 8px; border-radius: 8px;"));
     badge_->setAttribute(Qt::WA_TransparentForMouseEvents);
     badge_->move(12, 12);
     layout->addWidget(canvas_, 1);
@@ -408,9 +420,10 @@ QWidget* MainWindow::buildWorkspace() {
     addMask_ = new QPushButton;
     addMask_->setCheckable(true);
     // While drawing, the toggle must look held down: the accent behind it, as a pressed tool looks.
-    addMask_->setStyleSheet(QStringLiteral("QPushButton:checked { background: %1; color: black; border-radius: 4px; "
-                                           "padding: 4px 10px; }")
-                                .arg(Theme::accent.name()));
+    addMask_->setStyleSheet(
+        QStringLiteral("QPushButton:checked { background: %1; color: black; border-radius: 4px; "
+                       "padding: 4px 10px; }")
+            .arg(Theme::accent.name()));
     connect(addMask_, &QPushButton::toggled, &model_, [this](bool on) {
         if (on != model_.manualMode()) {
             model_.setManualMode(on);
@@ -443,9 +456,10 @@ QWidget* MainWindow::buildWorkspace() {
     save_ = new QPushButton;
     save_->setMinimumHeight(38);
     save_->setMinimumWidth(160);
-    save_->setStyleSheet(QStringLiteral("QPushButton:enabled { background: %1; color: #0E1216; font-weight: 600; "
-                                        "border-radius: 6px; padding: 6px 18px; }")
-                             .arg(Theme::accent.name()));
+    save_->setStyleSheet(
+        QStringLiteral("QPushButton:enabled { background: %1; color: #0E1216; font-weight: 600; "
+                       "border-radius: 6px; padding: 6px 18px; }")
+            .arg(Theme::accent.name()));
     connect(save_, &QPushButton::clicked, actions_.save(), &QAction::trigger);
     reviewRow->addWidget(save_);
     layout->addLayout(reviewRow);
@@ -485,9 +499,9 @@ void MainWindow::refresh() {
     refreshSidebar();
 
     title_->setText(analysis ? QString::fromStdString(analysis->documentType) : t.prepare);
-    subheadline_->setText(!analysis          ? t.supportedDocuments
-                          : model_.isPDF()   ? t.pdfPages(model_.pdfPageCount())
-                                             : t.zonesReview(static_cast<int>(model_.activeRegions().size())));
+    subheadline_->setText(!analysis        ? t.supportedDocuments
+                          : model_.isPDF() ? t.pdfPages(model_.pdfPageCount())
+                                           : t.zonesReview(static_cast<int>(model_.activeRegions().size())));
     // Without a document the empty state below says "Prepare a safe copy" itself.
     title_->setVisible(open);
     subheadline_->setVisible(open);
@@ -567,7 +581,8 @@ void MainWindow::refreshSidebar() {
     machineReadableHint_->setText(t.machineReadableHint);
     additionalTitle_->setText(t.additional);
     const QString options[3] = {t.face, t.issueDate, t.expiryDate};
-    const bool values[3] = {model_.policy().hideFace, model_.policy().hideIssueDate, model_.policy().hideExpiryDate};
+    const bool values[3] = {model_.policy().hideFace, model_.policy().hideIssueDate,
+                            model_.policy().hideExpiryDate};
     for (int i = 0; i < 3; ++i) {
         optionLabels_[i]->setText(options[i]);
         const QSignalBlocker quiet(optionSwitches_[i]);
@@ -585,8 +600,8 @@ void MainWindow::refreshSidebar() {
         warningsToggle_->setChecked(false);
     }
     if (analysis) {
-        warningsToggle_->setText(t.reviewWarnings + QStringLiteral(" (") + QString::number(analysis->warnings.size()) +
-                                 QStringLiteral(")"));
+        warningsToggle_->setText(t.reviewWarnings + QStringLiteral(" (") +
+                                 QString::number(analysis->warnings.size()) + QStringLiteral(")"));
         QStringList lines;
         for (const std::string& warning : analysis->warnings) {
             lines << QString::fromStdString(warning);
@@ -635,7 +650,8 @@ void MainWindow::showPendingDialogs() {
     }
     if (model_.error() && !alert_) {
         const L10n t = model_.texts();
-        alert_ = new QMessageBox(QMessageBox::Warning, t.actionError, *model_.error(), QMessageBox::NoButton, this);
+        alert_ = new QMessageBox(QMessageBox::Warning, t.actionError, *model_.error(), QMessageBox::NoButton,
+                                 this);
         alert_->addButton(t.understood, QMessageBox::AcceptRole);
         alert_->setAttribute(Qt::WA_DeleteOnClose);
         // Closed by the button or any other way, the error is cleared; the next one shows again.

@@ -9,7 +9,8 @@ class QtDialogs : public AppDialogs {
 public:
     void setParent(QWidget* parent) { parent_ = parent; }
     std::optional<QString> chooseOpenFile(const QString& title) override;
-    std::optional<QString> chooseSaveFile(const QString& title, const QString& proposedName, bool pdf) override;
+    std::optional<QString> chooseSaveFile(const QString& title, const QString& proposedName,
+                                          bool pdf) override;
 
 private:
     QWidget* parent_ = nullptr;

@@ -18,7 +18,8 @@ namespace Theme {
 
 QIcon icon(const QString& themeName, const QString& bundledName) {
     registerBundledIcons();
-    return QIcon::fromTheme(themeName, QIcon(QStringLiteral(":/icons/") + bundledName + QStringLiteral(".svg")));
+    return QIcon::fromTheme(themeName,
+                            QIcon(QStringLiteral(":/icons/") + bundledName + QStringLiteral(".svg")));
 }
 
 void applyDarkLook(QApplication& app) {

@@ -55,21 +55,24 @@ int main(int argc, char** argv) {
     QApplication::setApplicationVersion(QStringLiteral(QUORVEL_VERSION));
 
     QCommandLineParser options;
-    options.setApplicationDescription(QStringLiteral(
-        "Makes a safe copy of an identity document: finds personal data on a photo or PDF, masks it, and saves a clean "
-        "PNG or image-only PDF. Everything happens on this computer."));
+    options.setApplicationDescription(
+        QStringLiteral("Makes a safe copy of an identity document: finds personal data on a photo or PDF, "
+                       "masks it, and saves a clean "
+                       "PNG or image-only PDF. Everything happens on this computer."));
     options.addHelpOption();
     options.addVersionOption();
-    const QCommandLineOption language(QStringLiteral("language"),
-                                      QStringLiteral("Interface language for this session (en, de, nl, fr, es, it, pt, hu, "
-                                                     "pl, lv, et, fi, sv, no, el, ru)."),
-                                      QStringLiteral("code"));
-    const QCommandLineOption screenshot(QStringLiteral("screenshot"),
-                                        QStringLiteral("Save the window as a PNG once FILE is analysed, then quit."),
-                                        QStringLiteral("png"));
+    const QCommandLineOption language(
+        QStringLiteral("language"),
+        QStringLiteral("Interface language for this session (en, de, nl, fr, es, it, pt, hu, "
+                       "pl, lv, et, fi, sv, no, el, ru)."),
+        QStringLiteral("code"));
+    const QCommandLineOption screenshot(
+        QStringLiteral("screenshot"),
+        QStringLiteral("Save the window as a PNG once FILE is analysed, then quit."), QStringLiteral("png"));
     options.addOption(language);
     options.addOption(screenshot);
-    options.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("A JPEG, PNG, HEIC, HEIF or PDF file to open."));
+    options.addPositionalArgument(QStringLiteral("FILE"),
+                                  QStringLiteral("A JPEG, PNG, HEIC, HEIF or PDF file to open."));
     options.process(app);
 
     Theme::applyDarkLook(app);

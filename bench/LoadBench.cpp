@@ -23,8 +23,8 @@ Bitmap cardPhoto() {
     const std::vector<cv::Point> card{{600, 420}, {3450, 560}, {3380, 2480}, {520, 2380}};
     cv::fillConvexPoly(photo, card, cv::Scalar(232, 228, 218), cv::LINE_AA);
     for (int i = 0; i < 12; ++i) {
-        cv::rectangle(photo, {1500, 700 + i * 130}, {1500 + 900 + (i * 97) % 900, 760 + i * 130}, cv::Scalar(40, 40, 50),
-                      cv::FILLED);
+        cv::rectangle(photo, {1500, 700 + i * 130}, {1500 + 900 + (i * 97) % 900, 760 + i * 130},
+                      cv::Scalar(40, 40, 50), cv::FILLED);
     }
     Bitmap image(4000, 3000);
     std::memcpy(image.pixels.data(), photo.data, image.pixels.size());
@@ -43,7 +43,8 @@ void loadFile(benchmark::State& state, const std::string& name, const std::vecto
     const long before = testing_support::residentKiB("VmRSS:");
     benchmark::DoNotOptimize(ImagePipeline::load(file));
     state.counters["peakMB"] = static_cast<double>(testing_support::residentKiB("VmHWM:") - before) / 1024.0;
-    state.counters["peakBitmaps"] = static_cast<double>(testing_support::residentKiB("VmHWM:") - before) * 1024.0 / 36e6;
+    state.counters["peakBitmaps"] =
+        static_cast<double>(testing_support::residentKiB("VmHWM:") - before) * 1024.0 / 36e6;
     std::filesystem::remove(file);
 }
 

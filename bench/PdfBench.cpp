@@ -17,9 +17,13 @@ void BM_ProcessA4Pdf(benchmark::State& state) {
     const int pages = static_cast<int>(state.range(0));
     std::vector<TestPage> content;
     for (int i = 0; i < pages; ++i) {
-        content.push_back(TestPage{0, 0, 595, 842,
-                                   {"REPUBLIQUE FRANCAISE", "Nom / Surname", "MARTIN", "Date de naissance 14.07.1985",
-                                    "Document No X4RTBPFW4", "Adresse 8 RUE DES LILAS 69003 LYON", "Page " + std::to_string(i + 1)}});
+        content.push_back(TestPage{0,
+                                   0,
+                                   595,
+                                   842,
+                                   {"REPUBLIQUE FRANCAISE", "Nom / Surname", "MARTIN",
+                                    "Date de naissance 14.07.1985", "Document No X4RTBPFW4",
+                                    "Adresse 8 RUE DES LILAS 69003 LYON", "Page " + std::to_string(i + 1)}});
     }
     const auto file = std::filesystem::temp_directory_path() / "quorvel-bench.pdf";
     writeBytes(file, makePdf(content));

@@ -28,7 +28,8 @@ Bitmap photoLike(int width, int height) {
 std::vector<RedactionRegion> fortyRegions() {
     std::vector<RedactionRegion> regions;
     for (int i = 0; i < 40; ++i) {
-        regions.push_back(RedactionRegion{FieldKind::number, Rect{0.05 + (i % 5) * 0.18, 0.04 + (i / 5) * 0.12, 0.15, 0.05},
+        regions.push_back(RedactionRegion{FieldKind::number,
+                                          Rect{0.05 + (i % 5) * 0.18, 0.04 + (i / 5) * 0.12, 0.15, 0.05},
                                           Uuid::random(), FieldEvidence::format});
     }
     return regions;

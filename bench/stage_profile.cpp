@@ -2,8 +2,8 @@
 //   stage_profile FOLDER
 // Stages run as the pipeline runs them, on this machine's two cores; each is timed on its own.
 
-#include "ImageDecoder.h"
 #include "FileSystem.h"
+#include "ImageDecoder.h"
 #include "ImagePipeline.h"
 #include "OCRLanguages.h"
 #include "Recognition.h"
@@ -39,8 +39,16 @@ int main(int argc, char** argv) {
         }
     }
     std::sort(images.begin(), images.end());
-    const std::vector<std::string> stages{"decode", "centering", "orientation", "recognition, 1 reader",
-                                          "recognition, 2 readers", "faces alone", "barcodes alone", "assembly", "rendering", "export"};
+    const std::vector<std::string> stages{"decode",
+                                          "centering",
+                                          "orientation",
+                                          "recognition, 1 reader",
+                                          "recognition, 2 readers",
+                                          "faces alone",
+                                          "barcodes alone",
+                                          "assembly",
+                                          "rendering",
+                                          "export"};
     std::map<std::string, double> total;
     const auto languages = platform::Recognition::supportedLanguages();
     const auto ordered = OCRLanguages::prioritized(languages);

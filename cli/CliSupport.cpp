@@ -39,9 +39,12 @@ Rect rectFrom(const json& object, const std::string& where) {
 }
 
 // Top-left rectangles of the JSON as the bottom-left boxes a recogniser reports.
-platform::Recognition::Box recognitionBox(const Rect& r) { return {r.x, 1.0 - r.y - r.height, r.width, r.height}; }
+platform::Recognition::Box recognitionBox(const Rect& r) {
+    return {r.x, 1.0 - r.y - r.height, r.width, r.height};
+}
 
-std::vector<platform::Recognition::Box> boxes(const json& document, const char* key, const std::string& source) {
+std::vector<platform::Recognition::Box> boxes(const json& document, const char* key,
+                                              const std::string& source) {
     std::vector<platform::Recognition::Box> out;
     const auto it = document.find(key);
     if (it == document.end()) {
@@ -56,10 +59,11 @@ std::vector<platform::Recognition::Box> boxes(const json& document, const char* 
     return out;
 }
 
-json rectJson(const Rect& r) { return json{{"x", r.x}, {"y", r.y}, {"width", r.width}, {"height", r.height}}; }
+json rectJson(const Rect& r) {
+    return json{{"x", r.x}, {"y", r.y}, {"width", r.width}, {"height", r.height}};
+}
 
-template <class T>
-json optionalJson(const std::optional<T>& value) {
+template <class T> json optionalJson(const std::optional<T>& value) {
     return value ? json(*value) : json(nullptr);
 }
 
@@ -98,7 +102,8 @@ std::vector<RedactionRegion> regionsFromJson(const json& document, const std::st
         if (!kind) {
             throw UsageError(where + ": unknown kind \"" + kindField->get<std::string>() + "\"");
         }
-        regions.push_back(RedactionRegion{*kind, rectFrom(item, where), Uuid::random(), FieldEvidence::manual});
+        regions.push_back(
+            RedactionRegion{*kind, rectFrom(item, where), Uuid::random(), FieldEvidence::manual});
     }
     return regions;
 }
@@ -118,7 +123,8 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
         platform::Recognition::Line line;
         line.text = item["text"].get<std::string>();
         line.box = recognitionBox(rectFrom(item, where));
-        line.confidence = item.contains("confidence") ? static_cast<float>(number(item, "confidence", where)) : 1.0f;
+        line.confidence =
+            item.contains("confidence") ? static_cast<float>(number(item, "confidence", where)) : 1.0f;
         if (item.contains("ranges")) {
             if (!item["ranges"].is_array()) {
                 throw UsageError(where + ": \"ranges\" must be a list");
@@ -151,7 +157,9 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
         const json& centering = document["centering"];
         input.centering.applied = centering.value("applied", false);
         input.centering.confidence =
-            centering.contains("confidence") ? static_cast<float>(number(centering, "confidence", source + ": centering")) : 0.0f;
+            centering.contains("confidence")
+                ? static_cast<float>(number(centering, "confidence", source + ": centering"))
+                : 0.0f;
     }
     if (document.contains("supportedLanguages")) {
         for (const json& language : document["supportedLanguages"]) {
@@ -198,8 +206,9 @@ json analysisToJson(const Analysis& analysis) {
 
 std::string analysisToText(const Analysis& analysis) {
     std::string out;
-    out += "Country: " + analysis.country.name + (analysis.country.code ? " (" + *analysis.country.code + ")" : "") +
-           " — " + analysis.country.evidence + "\n";
+    out += "Country: " + analysis.country.name +
+           (analysis.country.code ? " (" + *analysis.country.code + ")" : "") + " — " +
+           analysis.country.evidence + "\n";
     out += "Document type: " + analysis.documentType + "\n";
     out += "Recognised text regions: " + std::to_string(analysis.recognizedLines) + "\n";
     out += "Risk: " + (analysis.risk.score ? std::to_string(*analysis.risk.score) : std::string("—")) + " (" +
@@ -215,8 +224,9 @@ std::string analysisToText(const Analysis& analysis) {
     char line[160];
     for (const RedactionRegion& region : analysis.regions) {
         std::snprintf(line, sizeof line, "  %-16s %-26s x=%.4f y=%.4f w=%.4f h=%.4f\n",
-                      std::string(rawValue(region.kind)).c_str(), std::string(rawValue(region.evidence)).c_str(),
-                      region.rect.x, region.rect.y, region.rect.width, region.rect.height);
+                      std::string(rawValue(region.kind)).c_str(),
+                      std::string(rawValue(region.evidence)).c_str(), region.rect.x, region.rect.y,
+                      region.rect.width, region.rect.height);
         out += line;
     }
     return out;
@@ -227,7 +237,9 @@ bool sameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
     return std::filesystem::exists(b, error) && std::filesystem::equivalent(a, b, error);
 }
 
-std::string describe(const std::exception& error) { return error.what(); }
+std::string describe(const std::exception& error) {
+    return error.what();
+}
 
 Progress::Progress(std::size_t total) : total_(total), terminal_(::isatty(STDERR_FILENO) == 1) {}
 
@@ -240,8 +252,8 @@ void Progress::finished(const std::string& name, const std::string& failure) {
     if (terminal_) {
         constexpr std::size_t width = 30;
         const std::size_t filled = total_ ? count_ * width / total_ : width;
-        std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << count_ << "/"
-                  << total_ << std::flush;
+        std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << count_
+                  << "/" << total_ << std::flush;
     } else if (failure.empty()) {
         std::cerr << count_ << "/" << total_ << " done: " << name << "\n";
     }

@@ -1,10 +1,10 @@
 #include "Evaluation.h"
 
 #include "CliSupport.h"
+#include "CountryCatalog.h"
 #include "DocumentOutline.h"
 #include "FileSystem.h"
 #include "ImageDecoder.h"
-#include "CountryCatalog.h"
 #include "ImagePipeline.h"
 
 #include <algorithm>
@@ -64,11 +64,13 @@ bool black(const Bitmap& image, int x, int y) {
     return p[0] == 0 && p[1] == 0 && p[2] == 0;
 }
 
-const char* imageExtensions[] = {".jpg", ".jpeg", ".png", ".heic", ".heif", ".JPG", ".JPEG", ".PNG", ".HEIC", ".HEIF"};
+const char* imageExtensions[] = {".jpg", ".jpeg", ".png", ".heic", ".heif",
+                                 ".JPG", ".JPEG", ".PNG", ".HEIC", ".HEIF"};
 
 } // namespace
 
-EvaluationReport evaluate(const fs::path& folder, const std::function<void(const std::string&, bool)>& progress) {
+EvaluationReport evaluate(const fs::path& folder,
+                          const std::function<void(const std::string&, bool)>& progress) {
     std::vector<fs::path> images;
     for (const auto& entry : fs::directory_iterator(folder)) {
         const fs::path& path = entry.path();
@@ -93,7 +95,8 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
             const bool named = field.is_object() && field.contains("kind") && field["kind"].is_string();
             const std::string kind = named ? field["kind"].get<std::string>() : "";
             if (!fieldKind(kind)) {
-                throw UsageError(annotation + ": field " + std::to_string(i + 1) + ": unknown kind \"" + kind + "\"");
+                throw UsageError(annotation + ": field " + std::to_string(i + 1) + ": unknown kind \"" +
+                                 kind + "\"");
             }
         }
         Bitmap painted, source;
@@ -121,7 +124,8 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
             const auto bytes = platform::FileSystem::readFile(file);
             upright = platform::ImageDecoder::decodeUpright(bytes, platform::ImageDecoder::sniff(bytes));
             if (const auto outline = platform::DocumentOutline::detect(upright)) {
-                straightening = platform::DocumentOutline::correction(upright.width, upright.height, *outline);
+                straightening =
+                    platform::DocumentOutline::correction(upright.width, upright.height, *outline);
             }
         }
         // The annotation is of the photo as shown; when the document was straightened, the outline found
@@ -130,7 +134,8 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
         const bool sideways = turns % 2 == 1;
         const double unturnedWidth = sideways ? painted.height : painted.width;
         const double unturnedHeight = sideways ? painted.width : painted.height;
-        const int zoneMissesBefore = report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked;
+        const int zoneMissesBefore =
+            report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked;
         report.score(name, truth["fields"], painted, source, [&](double x, double y) {
             std::pair<double, double> p{x * unturnedWidth, y * unturnedHeight};
             if (straightening) {
@@ -138,14 +143,19 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
                 p = {q.x, q.y};
             }
             switch (turns) {
-            case 1: return std::pair{unturnedHeight - p.second, p.first};
-            case 2: return std::pair{unturnedWidth - p.first, unturnedHeight - p.second};
-            case 3: return std::pair{p.second, unturnedWidth - p.first};
-            default: return p;
+            case 1:
+                return std::pair{unturnedHeight - p.second, p.first};
+            case 2:
+                return std::pair{unturnedWidth - p.first, unturnedHeight - p.second};
+            case 3:
+                return std::pair{p.second, unturnedWidth - p.first};
+            default:
+                return p;
             }
         });
         report.tallyZoneAndCountry(truth, analysis,
-                                   report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked ==
+                                   report.kinds["machineReadable"].fields -
+                                           report.kinds["machineReadable"].masked ==
                                        zoneMissesBefore);
         progress(name, true);
     }
@@ -153,7 +163,8 @@ EvaluationReport evaluate(const fs::path& folder, const std::function<void(const
 }
 
 void EvaluationReport::score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted,
-                             const Bitmap& source, const std::function<std::pair<double, double>(double, double)>& toPainted) {
+                             const Bitmap& source,
+                             const std::function<std::pair<double, double>(double, double)>& toPainted) {
     std::vector<bool> inField(static_cast<std::size_t>(painted.width) * painted.height, false);
     for (const nlohmann::json& field : fields) {
         if (!field.is_object()) {
@@ -166,7 +177,8 @@ void EvaluationReport::score(const std::string& name, const nlohmann::json& fiel
             std::tie(x, y) = toPainted(x, y);
             x0 = std::min(x0, x), y0 = std::min(y0, y), x1 = std::max(x1, x), y1 = std::max(y1, y);
         }
-        const int left = std::max(0, static_cast<int>(std::floor(x0))), top = std::max(0, static_cast<int>(std::floor(y0)));
+        const int left = std::max(0, static_cast<int>(std::floor(x0))),
+                  top = std::max(0, static_cast<int>(std::floor(y0)));
         const int right = std::min(painted.width, static_cast<int>(std::ceil(x1)));
         const int bottom = std::min(painted.height, static_cast<int>(std::ceil(y1)));
         std::size_t covered = 0, all = 0;
@@ -200,7 +212,8 @@ void EvaluationReport::score(const std::string& name, const nlohmann::json& fiel
     }
 }
 
-void EvaluationReport::tallyZoneAndCountry(const nlohmann::json& truth, const Analysis& analysis, bool zoneMaskedWhole) {
+void EvaluationReport::tallyZoneAndCountry(const nlohmann::json& truth, const Analysis& analysis,
+                                           bool zoneMaskedWhole) {
     const nlohmann::json zone = truth.value("zone", nlohmann::json::array());
     if (zone.is_array() && !zone.empty()) {
         std::vector<std::string> printed;
@@ -210,8 +223,9 @@ void EvaluationReport::tallyZoneAndCountry(const nlohmann::json& truth, const An
         ++zoneImages;
         zoneMasked += zoneMaskedWhole;
         // A page with two zones (two cards) is read right when either is.
-        const bool read = !analysis.zone.empty() && std::search(printed.begin(), printed.end(), analysis.zone.begin(),
-                                                                 analysis.zone.end()) != printed.end();
+        const bool read =
+            !analysis.zone.empty() && std::search(printed.begin(), printed.end(), analysis.zone.begin(),
+                                                  analysis.zone.end()) != printed.end();
         zoneRead += read;
         zoneValid += analysis.zoneValid;
     }
@@ -230,39 +244,52 @@ void EvaluationReport::tallyZoneAndCountry(const nlohmann::json& truth, const An
 nlohmann::json EvaluationReport::toJson() const {
     nlohmann::json perKind = nlohmann::json::object();
     for (const auto& [kind, tally] : kinds) {
-        perKind[kind] = {{"fields", tally.fields}, {"masked", tally.masked}, {"missed", tally.fields - tally.masked}};
+        perKind[kind] = {
+            {"fields", tally.fields}, {"masked", tally.masked}, {"missed", tally.fields - tally.masked}};
     }
     return {{"images", images},
             {"failedImages", failedImages},
             {"secondsPerImage", images ? seconds / images : 0.0},
             {"overMasking", overMasking()},
             {"kinds", perKind},
-            {"zones", {{"images", zoneImages}, {"maskedWhole", zoneMasked}, {"readExactly", zoneRead}, {"checkDigitsValid", zoneValid}}},
-            {"country", {{"images", countryImages}, {"right", countryRight}, {"knownImages", knownCountryImages}, {"knownRight", knownCountryRight}}},
+            {"zones",
+             {{"images", zoneImages},
+              {"maskedWhole", zoneMasked},
+              {"readExactly", zoneRead},
+              {"checkDigitsValid", zoneValid}}},
+            {"country",
+             {{"images", countryImages},
+              {"right", countryRight},
+              {"knownImages", knownCountryImages},
+              {"knownRight", knownCountryRight}}},
             {"misses", misses}};
 }
 
 std::string EvaluationReport::toText() const {
     std::string out;
     char line[200];
-    std::snprintf(line, sizeof line, "%-16s %7s %7s %7s %8s\n", "kind", "fields", "masked", "missed", "masked%");
+    std::snprintf(line, sizeof line, "%-16s %7s %7s %7s %8s\n", "kind", "fields", "masked", "missed",
+                  "masked%");
     out += line;
     for (const auto& [kind, tally] : kinds) {
-        std::snprintf(line, sizeof line, "%-16s %7d %7d %7d %7.1f%%\n", kind.c_str(), tally.fields, tally.masked,
-                      tally.fields - tally.masked, tally.fields ? 100.0 * tally.masked / tally.fields : 0.0);
+        std::snprintf(line, sizeof line, "%-16s %7d %7d %7d %7.1f%%\n", kind.c_str(), tally.fields,
+                      tally.masked, tally.fields - tally.masked,
+                      tally.fields ? 100.0 * tally.masked / tally.fields : 0.0);
         out += line;
     }
-    std::snprintf(line, sizeof line, "\nImages: %d (%d could not be processed); %.2f s per image; over-masking %.1f%%\n",
-                  images, failedImages, images ? seconds / images : 0.0, overMasking() * 100);
+    std::snprintf(line, sizeof line,
+                  "\nImages: %d (%d could not be processed); %.2f s per image; over-masking %.1f%%\n", images,
+                  failedImages, images ? seconds / images : 0.0, overMasking() * 100);
     out += line;
     if (zoneImages) {
-        std::snprintf(line, sizeof line, "Zones: %d images; masked whole %d, read exactly %d, check digits valid %d\n",
+        std::snprintf(line, sizeof line,
+                      "Zones: %d images; masked whole %d, read exactly %d, check digits valid %d\n",
                       zoneImages, zoneMasked, zoneRead, zoneValid);
         out += line;
     }
     if (countryImages) {
-        std::snprintf(line, sizeof line, "Country right: %d of %d (%d of %d the catalogue knows)\n", countryRight,
-                      countryImages, knownCountryRight, knownCountryImages);
+        std::snprintf(line, sizeof line, "Country right: %d of %d (%d of %d the catalogue knows)\n",
+                      countryRight, countryImages, knownCountryRight, knownCountryImages);
         out += line;
     }
     return out;

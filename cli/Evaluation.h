@@ -40,7 +40,8 @@ struct EvaluationReport {
     // Adds one image: `painted` is the redacted image, `source` the same before masking, `fields` the
     // annotation's list, and `toPainted` carries an annotation point into the painted image's pixels.
     // A field's pixels are those whose centre lies inside its corners (or its box).
-    void score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted, const Bitmap& source,
+    void score(const std::string& name, const nlohmann::json& fields, const Bitmap& painted,
+               const Bitmap& source,
                const std::function<std::pair<double, double>(double, double)>& toPainted);
     // Adds one image's zone and country against its annotation ("zone", "country").
     void tallyZoneAndCountry(const nlohmann::json& truth, const Analysis& analysis, bool zoneMaskedWhole);

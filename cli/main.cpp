@@ -1,8 +1,8 @@
 // quorvel-cli: the document core on the command line.
 
 #include "CliSupport.h"
-#include "Evaluation.h"
 #include "DocumentTypes.h"
+#include "Evaluation.h"
 #include "FileSystem.h"
 #include "ImagePipeline.h"
 #include "PDFPipeline.h"
@@ -172,7 +172,8 @@ std::set<std::string> with(std::set<std::string> options, std::initializer_list<
 
 bool isPDF(const fs::path& file) {
     std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     return extension == ".pdf";
 }
 
@@ -180,10 +181,12 @@ bool isPDF(const fs::path& file) {
 void checkOutputType(const fs::path& input, const fs::path& output) {
     const bool pdf = isPDF(input);
     std::string extension = output.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     if (extension != (pdf ? ".pdf" : ".png")) {
-        throw UsageError(std::string("the copy of ") + (pdf ? "a PDF is a PDF" : "a photo is a PNG") + ": name the output " +
-                         output.stem().string() + (pdf ? ".pdf" : ".png") + " (not " + output.filename().string() + ")");
+        throw UsageError(std::string("the copy of ") + (pdf ? "a PDF is a PDF" : "a photo is a PNG") +
+                         ": name the output " + output.stem().string() + (pdf ? ".pdf" : ".png") + " (not " +
+                         output.filename().string() + ")");
     }
 }
 
@@ -222,9 +225,9 @@ int runAnalyze(const std::vector<std::string>& args) {
     return exitOK;
 }
 
-
 // What the analysis found, as `analyze --json` prints it; a PDF's report lists its pages' analyses.
-nlohmann::json redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy, bool pageProgress) {
+nlohmann::json redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy,
+                         bool pageProgress) {
     policy.hidePersonName = true; // names are always hidden in PDFs
     const PDFDocument document = PDFPipeline::load(input);
     std::optional<Progress> pages;
@@ -297,7 +300,8 @@ int runRedact(const std::vector<std::string>& args) {
     std::set<fs::path> targets;
     for (const std::string& name : a.positional) {
         const fs::path input = name;
-        const fs::path output = *a.output / (input.stem().string() + (isPDF(input) ? "-redacted.pdf" : "-redacted.png"));
+        const fs::path output =
+            *a.output / (input.stem().string() + (isPDF(input) ? "-redacted.pdf" : "-redacted.png"));
         if (!targets.insert(output).second) {
             throw UsageError("two inputs would both be written to " + output.string());
         }

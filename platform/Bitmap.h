@@ -10,14 +10,12 @@
 
 // Pixel storage. Buffers of 2 MiB and more are aligned to huge pages and marked for them: on the
 // virtual machines we measured, faulting in a 12 MP bitmap page by page cost 95 ms, with huge pages 11 ms.
-template <class T>
-struct PixelAllocator {
+template <class T> struct PixelAllocator {
     using value_type = T;
     static constexpr std::size_t hugePage = std::size_t{2} << 20;
 
     PixelAllocator() = default;
-    template <class U>
-    PixelAllocator(const PixelAllocator<U>&) noexcept {}
+    template <class U> PixelAllocator(const PixelAllocator<U>&) noexcept {}
 
     T* allocate(std::size_t n) {
         const std::size_t bytes = n * sizeof(T);
@@ -37,10 +35,7 @@ struct PixelAllocator {
     }
     void deallocate(T* p, std::size_t) noexcept { std::free(p); }
 
-    template <class U>
-    bool operator==(const PixelAllocator<U>&) const noexcept {
-        return true;
-    }
+    template <class U> bool operator==(const PixelAllocator<U>&) const noexcept { return true; }
 };
 
 // The core's decoded image: 8-bit RGB, rows top to bottom, no padding and no alpha.
@@ -57,7 +52,9 @@ struct Bitmap {
     bool empty() const noexcept { return width <= 0 || height <= 0; }
     std::size_t rowBytes() const noexcept { return static_cast<std::size_t>(width) * 3; }
     std::uint8_t* row(int y) noexcept { return pixels.data() + static_cast<std::size_t>(y) * rowBytes(); }
-    const std::uint8_t* row(int y) const noexcept { return pixels.data() + static_cast<std::size_t>(y) * rowBytes(); }
+    const std::uint8_t* row(int y) const noexcept {
+        return pixels.data() + static_cast<std::size_t>(y) * rowBytes();
+    }
     const std::uint8_t* at(int x, int y) const noexcept { return row(y) + static_cast<std::size_t>(x) * 3; }
 
     // Spelled out so that the header also compiles as C++17 (see PdfWriter.cpp).

@@ -37,7 +37,9 @@ Quad ordered(const std::vector<cv::Point>& corners) {
     return quad;
 }
 
-double length(cv::Point2f a, cv::Point2f b) { return std::hypot(a.x - b.x, a.y - b.y); }
+double length(cv::Point2f a, cv::Point2f b) {
+    return std::hypot(a.x - b.x, a.y - b.y);
+}
 
 bool anglesNearRight(const Quad& q) {
     for (int i = 0; i < 4; ++i) {
@@ -78,7 +80,8 @@ float edgeSupport(const Quad& q, const cv::Mat& edges) {
             const float t = (s + 0.5f) / samplesPerSide * 0.9f + 0.05f;
             const cv::Point2f p = a + along * t;
             if (edgeAt(p)) {
-                support += 1.0f - 0.5f * (static_cast<float>(edgeAt(p + normal)) + static_cast<float>(edgeAt(p - normal)));
+                support += 1.0f - 0.5f * (static_cast<float>(edgeAt(p + normal)) +
+                                          static_cast<float>(edgeAt(p - normal)));
             }
         }
     }
@@ -96,7 +99,8 @@ std::optional<Observation> detect(const Bitmap& image) {
     if (image.empty()) {
         return std::nullopt;
     }
-    const double scale = std::min(1.0, static_cast<double>(workingSide) / std::max(image.width, image.height));
+    const double scale =
+        std::min(1.0, static_cast<double>(workingSide) / std::max(image.width, image.height));
     cv::Mat small;
     cv::resize(wrap(image), small, cv::Size(), scale, scale, cv::INTER_AREA);
     // Edges of each colour channel together: a blue band on a brown table has the same brightness
@@ -111,7 +115,8 @@ std::optional<Observation> detect(const Bitmap& image) {
         std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
         const double median = values[values.size() / 2];
         cv::Mat channelEdges;
-        cv::Canny(channel, channelEdges, std::max(10.0, 0.66 * median), std::max(30.0, std::min(255.0, 1.33 * median)));
+        cv::Canny(channel, channelEdges, std::max(10.0, 0.66 * median),
+                  std::max(30.0, std::min(255.0, 1.33 * median)));
         edges = edges.empty() ? channelEdges : (edges | channelEdges);
     }
     cv::dilate(edges, edges, cv::Mat(), cv::Point(-1, -1), 1);
@@ -147,15 +152,15 @@ std::optional<Observation> detect(const Bitmap& image) {
         // not be mistaken for the card's own outline.
         constexpr double documentShare = 0.3;
         const double share = area / (static_cast<double>(small.cols) * small.rows);
-        const float confidence = edgeSupport(q, edges) * static_cast<float>(std::min(1.0, share / documentShare));
+        const float confidence =
+            edgeSupport(q, edges) * static_cast<float>(std::min(1.0, share / documentShare));
         if (confidence < minimumConfidence || area <= bestArea) {
             continue;
         }
         bestArea = area;
-        auto normalised = [&](cv::Point2f p) {
-            return Point{p.x / small.cols, 1.0 - p.y / small.rows};
-        };
-        best = Observation{confidence, normalised(q[0]), normalised(q[1]), normalised(q[2]), normalised(q[3])};
+        auto normalised = [&](cv::Point2f p) { return Point{p.x / small.cols, 1.0 - p.y / small.rows}; };
+        best =
+            Observation{confidence, normalised(q[0]), normalised(q[1]), normalised(q[2]), normalised(q[3])};
     }
     return best;
 }
@@ -169,16 +174,20 @@ Point Correction::map(double x, double y) const {
 std::optional<Correction> correction(int imageWidth, int imageHeight, const Observation& outline) {
     const double W = imageWidth;
     const double H = imageHeight;
-    auto pixel = [&](Point p) { return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>((1.0 - p.y) * H)); };
-    const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight), pixel(outline.bottomLeft)};
+    auto pixel = [&](Point p) {
+        return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>((1.0 - p.y) * H));
+    };
+    const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight),
+                 pixel(outline.bottomLeft)};
     const int width = static_cast<int>(std::lround(std::max(length(q[0], q[1]), length(q[3], q[2]))));
     const int height = static_cast<int>(std::lround(std::max(length(q[0], q[3]), length(q[1], q[2]))));
     if (width < 1 || height < 1 || width > 20000 || height > 20000) {
         return std::nullopt;
     }
-    const std::array<cv::Point2f, 4> target{cv::Point2f(0, 0), cv::Point2f(static_cast<float>(width), 0),
-                                            cv::Point2f(static_cast<float>(width), static_cast<float>(height)),
-                                            cv::Point2f(0, static_cast<float>(height))};
+    const std::array<cv::Point2f, 4> target{
+        cv::Point2f(0, 0), cv::Point2f(static_cast<float>(width), 0),
+        cv::Point2f(static_cast<float>(width), static_cast<float>(height)),
+        cv::Point2f(0, static_cast<float>(height))};
     const cv::Mat transform = cv::getPerspectiveTransform(q.data(), target.data());
     Correction result{width, height, {}};
     for (int i = 0; i < 9; ++i) {
@@ -195,7 +204,8 @@ Bitmap correctPerspective(const Bitmap& image, const Observation& outline) {
     const cv::Mat transform(3, 3, CV_64F, const_cast<double*>(c->homography.data()));
     Bitmap out(c->width, c->height);
     cv::Mat destination(c->height, c->width, CV_8UC3, out.pixels.data(), out.rowBytes());
-    cv::warpPerspective(wrap(image), destination, transform, destination.size(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    cv::warpPerspective(wrap(image), destination, transform, destination.size(), cv::INTER_LINEAR,
+                        cv::BORDER_REPLICATE);
     return out;
 }
 

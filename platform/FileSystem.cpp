@@ -6,9 +6,9 @@
 
 #include <cerrno>
 #include <random>
-#include <utility>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace platform::FileSystem {
 namespace {
@@ -183,7 +183,8 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
             throwErrno(EEXIST, path);
         }
         Descriptor guard(fd);
-        if (!writeAll(fd, bytes) || ::close(guard.release()) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        if (!writeAll(fd, bytes) || ::close(guard.release()) != 0 ||
+            ::rename(temporary.c_str(), path.c_str()) != 0) {
             const int error = errno;
             ::unlink(temporary.c_str());
             throwErrno(error, path);

@@ -4,8 +4,8 @@
 #include "PngCodec.h"
 
 #include <exiv2/exiv2.hpp>
-#include <jpeglib.h>
 #include <jerror.h>
+#include <jpeglib.h>
 #include <libheif/heif.h>
 
 #include <array>
@@ -316,9 +316,9 @@ Container sniff(std::span<const std::uint8_t> data) noexcept {
         return Container::png;
     }
     if (data.size() >= 16 && std::memcmp(data.data() + 4, "ftyp", 4) == 0) {
-        const std::size_t boxSize = std::min<std::size_t>(
-            data.size(), (std::size_t{data[0]} << 24) | (std::size_t{data[1]} << 16) |
-                             (std::size_t{data[2]} << 8) | data[3]);
+        const std::size_t boxSize =
+            std::min<std::size_t>(data.size(), (std::size_t{data[0]} << 24) | (std::size_t{data[1]} << 16) |
+                                                   (std::size_t{data[2]} << 8) | data[3]);
         for (std::string_view brand : {"heic", "heix", "heim", "heis", "hevc", "hevx"}) {
             if (hasBrand(data, brand, boxSize)) {
                 return Container::heic;
@@ -384,13 +384,34 @@ Bitmap applyOrientation(Bitmap image, int orientation) {
             int sx = 0;
             int sy = 0;
             switch (orientation) {
-            case 2: sx = W - 1 - x; sy = y; break;
-            case 3: sx = W - 1 - x; sy = H - 1 - y; break;
-            case 4: sx = x; sy = H - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = H - 1 - x; break;
-            case 7: sx = W - 1 - y; sy = H - 1 - x; break;
-            case 8: sx = W - 1 - y; sy = x; break;
+            case 2:
+                sx = W - 1 - x;
+                sy = y;
+                break;
+            case 3:
+                sx = W - 1 - x;
+                sy = H - 1 - y;
+                break;
+            case 4:
+                sx = x;
+                sy = H - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = H - 1 - x;
+                break;
+            case 7:
+                sx = W - 1 - y;
+                sy = H - 1 - x;
+                break;
+            case 8:
+                sx = W - 1 - y;
+                sy = x;
+                break;
             }
             std::memcpy(target + x * 3, image.at(sx, sy), 3);
         }

@@ -15,7 +15,7 @@ enum class Container { jpeg, png, heic, heif, other };
 Container sniff(std::span<const std::uint8_t> data) noexcept;
 
 struct Properties {
-    int width = 0;  // as stored, before any orientation is applied
+    int width = 0; // as stored, before any orientation is applied
     int height = 0;
     std::optional<std::string> software; // the TIFF/EXIF IFD0 Software entry, when it is text
 };

@@ -45,7 +45,9 @@ std::shared_ptr<const Document> open(const std::filesystem::path& file) {
     return std::make_shared<const Document>(std::move(document));
 }
 
-int pageCount(const Document& document) { return document.get().pages(); }
+int pageCount(const Document& document) {
+    return document.get().pages();
+}
 
 std::optional<MediaBox> mediaBox(const Document& document, int index) {
     std::unique_ptr<poppler::page> page(document.get().create_page(index));
@@ -62,7 +64,8 @@ std::optional<Bitmap> renderPage(const Document& document, int index, double sca
         return std::nullopt;
     }
     poppler::page_renderer renderer;
-    renderer.set_render_hints(poppler::page_renderer::antialiasing | poppler::page_renderer::text_antialiasing |
+    renderer.set_render_hints(poppler::page_renderer::antialiasing |
+                              poppler::page_renderer::text_antialiasing |
                               poppler::page_renderer::text_hinting);
     renderer.set_paper_color(0xFFFFFFFF);
     renderer.set_image_format(poppler::image::format_argb32);
@@ -77,7 +80,8 @@ std::optional<Bitmap> renderPage(const Document& document, int index, double sca
     const int rows = std::min(height, rendered.height());
     const int columns = std::min(width, rendered.width());
     for (int y = 0; y < rows; ++y) {
-        const auto* source = reinterpret_cast<const std::uint32_t*>(rendered.const_data() + y * rendered.bytes_per_row());
+        const auto* source =
+            reinterpret_cast<const std::uint32_t*>(rendered.const_data() + y * rendered.bytes_per_row());
         std::uint8_t* target = bitmap.row(y);
         for (int x = 0; x < columns; ++x) {
             const std::uint32_t pixel = source[x];

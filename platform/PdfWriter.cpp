@@ -33,7 +33,8 @@ void blankDocumentID(std::vector<std::uint8_t>& pdf) {
     if (end == std::string_view::npos) {
         return;
     }
-    std::fill(pdf.begin() + static_cast<std::ptrdiff_t>(id), pdf.begin() + static_cast<std::ptrdiff_t>(end) + 1, ' ');
+    std::fill(pdf.begin() + static_cast<std::ptrdiff_t>(id),
+              pdf.begin() + static_cast<std::ptrdiff_t>(end) + 1, ' ');
 }
 
 } // namespace
@@ -68,14 +69,17 @@ void ImagePDFWriter::addPage(const Bitmap& image) {
         const std::string width = std::to_string(image.width);
         const std::string height = std::to_string(image.height);
         QPDFObjectHandle picture = QPDFObjectHandle::newStream(&pdf);
-        picture.replaceDict(QPDFObjectHandle::parse("<< /Type /XObject /Subtype /Image /Width " + width + " /Height " +
-                                                    height + " /ColorSpace /DeviceRGB /BitsPerComponent 8 >>"));
+        picture.replaceDict(QPDFObjectHandle::parse("<< /Type /XObject /Subtype /Image /Width " + width +
+                                                    " /Height " + height +
+                                                    " /ColorSpace /DeviceRGB /BitsPerComponent 8 >>"));
         // Lossless, so that masks stay pure black.
-        picture.replaceStreamData(packed, QPDFObjectHandle::newName("/FlateDecode"), QPDFObjectHandle::newNull());
+        picture.replaceStreamData(packed, QPDFObjectHandle::newName("/FlateDecode"),
+                                  QPDFObjectHandle::newNull());
         QPDFObjectHandle contents =
             QPDFObjectHandle::newStream(&pdf, "q " + width + " 0 0 " + height + " 0 0 cm /Im0 Do Q\n");
-        QPDFObjectHandle page = pdf.makeIndirectObject(QPDFObjectHandle::parse(
-            "<< /Type /Page /MediaBox [0 0 " + width + " " + height + "] /Resources << /XObject << >> >> >>"));
+        QPDFObjectHandle page =
+            pdf.makeIndirectObject(QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 " + width + " " +
+                                                           height + "] /Resources << /XObject << >> >> >>"));
         page.getKey("/Resources").getKey("/XObject").replaceKey("/Im0", picture);
         page.replaceKey("/Contents", contents);
         state_->pages->addPage(QPDFPageObjectHelper(page), false);

@@ -2,13 +2,13 @@
 
 #include "TextDetector.h"
 
+#include <ZXing/ReadBarcode.h>
 #include <leptonica/allheaders.h>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 #include <unicode/unistr.h>
-#include <ZXing/ReadBarcode.h>
 
 #include <algorithm>
 #include <atomic>
@@ -31,11 +31,12 @@ namespace fs = std::filesystem;
 // Tesseract language data names and the identifiers the system speaks of.
 const std::map<std::string, std::string>& identifiers() {
     static const std::map<std::string, std::string> table{
-        {"bul", "bg-BG"}, {"cat", "ca-ES"}, {"ces", "cs-CZ"}, {"dan", "da-DK"}, {"deu", "de-DE"}, {"ell", "el-GR"},
-        {"eng", "en-US"}, {"est", "et-EE"}, {"fin", "fi-FI"}, {"fra", "fr-FR"}, {"gle", "ga-IE"}, {"hrv", "hr-HR"},
-        {"hun", "hu-HU"}, {"ita", "it-IT"}, {"lav", "lv-LV"}, {"lit", "lt-LT"}, {"ltz", "lb-LU"}, {"mlt", "mt-MT"},
-        {"nld", "nl-NL"}, {"pol", "pl-PL"}, {"por", "pt-PT"}, {"ron", "ro-RO"}, {"rus", "ru-RU"}, {"slk", "sk-SK"},
-        {"slv", "sl-SI"}, {"spa", "es-ES"}, {"swe", "sv-SE"}, {"tur", "tr-TR"}, {"ukr", "uk-UA"},
+        {"bul", "bg-BG"}, {"cat", "ca-ES"}, {"ces", "cs-CZ"}, {"dan", "da-DK"}, {"deu", "de-DE"},
+        {"ell", "el-GR"}, {"eng", "en-US"}, {"est", "et-EE"}, {"fin", "fi-FI"}, {"fra", "fr-FR"},
+        {"gle", "ga-IE"}, {"hrv", "hr-HR"}, {"hun", "hu-HU"}, {"ita", "it-IT"}, {"lav", "lv-LV"},
+        {"lit", "lt-LT"}, {"ltz", "lb-LU"}, {"mlt", "mt-MT"}, {"nld", "nl-NL"}, {"pol", "pl-PL"},
+        {"por", "pt-PT"}, {"ron", "ro-RO"}, {"rus", "ru-RU"}, {"slk", "sk-SK"}, {"slv", "sl-SI"},
+        {"spa", "es-ES"}, {"swe", "sv-SE"}, {"tur", "tr-TR"}, {"ukr", "uk-UA"},
     };
     return table;
 }
@@ -70,7 +71,8 @@ Box normalised(int left, int top, int right, int bottom, int width, int height) 
 }
 
 cv::Mat wrap(const Bitmap& image) {
-    return cv::Mat(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()), image.rowBytes());
+    return cv::Mat(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
+                   image.rowBytes());
 }
 
 // A smaller copy when the image is larger than `side`, else the image itself.
@@ -113,10 +115,10 @@ public:
         // that nothing of a document reaches a log.
         std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file"};
         std::vector<std::string> values{"0", "0", "/dev/null"};
-        if (engine->Init(dataFolder().c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
-                         &values, false) != 0) {
-            throw RecognitionError("text recognition could not load its language data (" + languages + ") from " +
-                                   dataFolder().string());
+        if (engine->Init(dataFolder().c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0,
+                         &names, &values, false) != 0) {
+            throw RecognitionError("text recognition could not load its language data (" + languages +
+                                   ") from " + dataFolder().string());
         }
         return engine;
     }
@@ -204,14 +206,16 @@ Line line(const std::vector<Word>& words, int cols, int rows) {
             const Box& before = result.symbols.back().box;
             const double left = before.x + before.width;
             const double right = static_cast<double>(w.glyphs.front().second.x) / cols;
-            result.symbols.push_back(Symbol{offset, offset + 1, Box{left, result.box.y, std::max(0.0, right - left), result.box.height}});
+            result.symbols.push_back(Symbol{
+                offset, offset + 1, Box{left, result.box.y, std::max(0.0, right - left), result.box.height}});
             result.text += ' ';
             offset += 1;
         }
         for (const auto& [text, glyph] : w.glyphs) {
             const int length = utf16Length(text);
-            result.symbols.push_back(Symbol{offset, offset + length, normalised(glyph.x, glyph.y, glyph.x + glyph.width,
-                                                                                glyph.y + glyph.height, cols, rows)});
+            result.symbols.push_back(Symbol{
+                offset, offset + length,
+                normalised(glyph.x, glyph.y, glyph.x + glyph.width, glyph.y + glyph.height, cols, rows)});
             result.text += text;
             offset += length;
         }
@@ -221,8 +225,8 @@ Line line(const std::vector<Word>& words, int cols, int rows) {
 
 // The words of every text line the engine recognised, in reading order; glyph boxes are divided by
 // `scale` and moved by `origin`, so that they are in the pixels of the page.
-std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zone = false, cv::Point origin = {},
-                                         double scale = 1) {
+std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zone = false,
+                                         cv::Point origin = {}, double scale = 1) {
     std::vector<std::vector<Word>> lines;
     std::unique_ptr<tesseract::ResultIterator> it(engine.GetIterator());
     if (!it) {
@@ -246,23 +250,28 @@ std::vector<std::vector<Word>> textLines(tesseract::TessBaseAPI& engine, bool zo
                 it->BoundingBox(tesseract::RIL_SYMBOL, &l, &t, &r, &b);
                 // Rounded outward: on an enlarged line a pixel of the page is several of the engine's,
                 // and a box rounded inward leaves the glyph's edge unmasked.
-                const int left = static_cast<int>(std::floor(l / scale)), top = static_cast<int>(std::floor(t / scale));
-                const cv::Rect glyph(origin.x + left, origin.y + top, static_cast<int>(std::ceil(r / scale)) - left,
+                const int left = static_cast<int>(std::floor(l / scale)),
+                          top = static_cast<int>(std::floor(t / scale));
+                const cv::Rect glyph(origin.x + left, origin.y + top,
+                                     static_cast<int>(std::ceil(r / scale)) - left,
                                      static_cast<int>(std::ceil(b / scale)) - top);
                 word.box = word.glyphs.empty() ? glyph : (word.box | glyph);
                 word.glyphs.emplace_back(symbol.get(), glyph);
                 word.confidence += std::clamp(it->Confidence(tesseract::RIL_SYMBOL) / 100.0f, 0.0f, 1.0f);
                 blank = blank && word.glyphs.back().first.find_first_not_of(" \t") == std::string::npos;
-            } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) && it->Next(tesseract::RIL_SYMBOL));
+            } while (!it->IsAtFinalElement(tesseract::RIL_WORD, tesseract::RIL_SYMBOL) &&
+                     it->Next(tesseract::RIL_SYMBOL));
             // The engine rates a word holding a run of zone fillers 0 however sure it is of each
             // character, so a zone's words are rated by their characters' mean.
-            word.confidence = zone ? word.confidence / static_cast<float>(std::max<std::size_t>(1, word.glyphs.size()))
-                                   : std::clamp(it->Confidence(tesseract::RIL_WORD) / 100.0f, 0.0f, 1.0f);
+            word.confidence =
+                zone ? word.confidence / static_cast<float>(std::max<std::size_t>(1, word.glyphs.size()))
+                     : std::clamp(it->Confidence(tesseract::RIL_WORD) / 100.0f, 0.0f, 1.0f);
             // Codes and pictures leave words of blanks with no character; they are no text.
             if (!blank) {
                 words.push_back(std::move(word));
             }
-        } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) && it->Next(tesseract::RIL_WORD));
+        } while (!it->IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) &&
+                 it->Next(tesseract::RIL_WORD));
         if (!words.empty()) {
             lines.push_back(std::move(words));
         }
@@ -314,7 +323,8 @@ bool zoneLike(const std::vector<Word>& words) {
 void toPage(std::vector<Word>& words, const cv::Mat& affine) {
     auto map = [&](const cv::Rect& r) {
         std::vector<cv::Point2f> corners{cv::Point2f(r.x, r.y), cv::Point2f(r.x + r.width, r.y),
-                                         cv::Point2f(r.x + r.width, r.y + r.height), cv::Point2f(r.x, r.y + r.height)};
+                                         cv::Point2f(r.x + r.width, r.y + r.height),
+                                         cv::Point2f(r.x, r.y + r.height)};
         cv::transform(corners, corners, affine);
         return cv::boundingRect(corners);
     };
@@ -394,12 +404,14 @@ void markZone(std::vector<FoundLine>& found) {
 // to the right to that length.
 std::vector<Box> zoneBand(std::vector<FoundLine> found, int cols, int rows) {
     std::erase_if(found, [](const FoundLine& f) { return !f.zone; });
-    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.box.y < b.box.y; });
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return a.box.y < b.box.y; });
     std::vector<Box> band;
     std::size_t start = 0;
     while (start < found.size()) {
         std::size_t end = start + 1;
-        while (end < found.size() && found[end].box.y - found[end - 1].box.br().y < 2 * found[end - 1].box.height) {
+        while (end < found.size() &&
+               found[end].box.y - found[end - 1].box.br().y < 2 * found[end - 1].box.height) {
             ++end;
         }
         int left = cols, right = 0, rowCount = 0;
@@ -424,7 +436,8 @@ std::vector<Box> zoneBand(std::vector<FoundLine> found, int cols, int rows) {
         }
         for (std::size_t i = start; i < end; ++i) {
             const cv::Rect& b = found[i].box;
-            band.push_back(normalised(std::max(0, left), std::max(0, b.y), std::min(cols, right), std::min(rows, b.br().y), cols, rows));
+            band.push_back(normalised(std::max(0, left), std::max(0, b.y), std::min(cols, right),
+                                      std::min(rows, b.br().y), cols, rows));
         }
         start = end;
     }
@@ -436,8 +449,8 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
     const double scale = static_cast<double>(height) / level.image.rows;
     cv::Mat grey, sized;
     cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
-    cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height), 0, 0,
-               scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
+    cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height),
+               0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
     engine.SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
     engine.SetSourceResolution(300);
     std::vector<Word> words;
@@ -486,8 +499,9 @@ std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
         box |= w.box;
     }
     const int margin = box.height / 4;
-    const cv::Rect crop = cv::Rect(box.x - margin, box.y - margin, box.width + 2 * margin, box.height + 2 * margin) &
-                          cv::Rect(0, 0, page.cols, page.rows);
+    const cv::Rect crop =
+        cv::Rect(box.x - margin, box.y - margin, box.width + 2 * margin, box.height + 2 * margin) &
+        cv::Rect(0, 0, page.cols, page.rows);
     if (crop.empty()) {
         return words;
     }
@@ -657,7 +671,8 @@ std::vector<std::string> supportedLanguages() {
         }
     }
     if (error) {
-        throw RecognitionError("text recognition data folder " + dataFolder().string() + ": " + error.message());
+        throw RecognitionError("text recognition data folder " + dataFolder().string() + ": " +
+                               error.message());
     }
     std::sort(found.begin(), found.end());
     return found;
@@ -700,7 +715,9 @@ int uprightTurns(const Bitmap& image) {
     return image.empty() ? 0 : TextDetector::uprightTurns(reduced(image, recognitionSide), detectionSide);
 }
 
-Bitmap turned(const Bitmap& image, int quarterTurns) { return TextDetector::turned(image, quarterTurns); }
+Bitmap turned(const Bitmap& image, int quarterTurns) {
+    return TextDetector::turned(image, quarterTurns);
+}
 
 std::optional<Box> rangeBox(const Line& line, int location, int length) {
     std::optional<Box> box;

@@ -6,14 +6,13 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <array>
 #include <deque>
+#include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string_view>
-#include <array>
-#include <filesystem>
-#include <map>
-
 
 namespace platform::TextDetector {
 namespace {
@@ -213,7 +212,8 @@ constexpr double directionAspect = 3.0;
 class Remembered {
 public:
     static std::size_t key(const cv::Mat& rgb, int side) {
-        std::size_t hash = std::hash<int>()(side) ^ (static_cast<std::size_t>(rgb.cols) << 20) ^ static_cast<std::size_t>(rgb.rows);
+        std::size_t hash = std::hash<int>()(side) ^ (static_cast<std::size_t>(rgb.cols) << 20) ^
+                           static_cast<std::size_t>(rgb.rows);
         for (int y = 0; y < rgb.rows; ++y) {
             const std::string_view row(reinterpret_cast<const char*>(rgb.ptr(y)), rgb.cols * rgb.elemSize());
             hash = hash * 1099511628211ULL ^ std::hash<std::string_view>()(row);

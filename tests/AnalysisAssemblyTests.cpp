@@ -10,7 +10,8 @@ using platform::Recognition::Symbol;
 
 // A line as the recogniser reports it, from a top-left rectangle; each character gets an equal share
 // of the width as its box.
-Line line(const std::string& text, double x, double y, double width, double height, float confidence = 0.95f) {
+Line line(const std::string& text, double x, double y, double width, double height,
+          float confidence = 0.95f) {
     Line l;
     l.text = text;
     l.box = Box{x, 1.0 - y - height, width, height};
@@ -32,13 +33,18 @@ ImagePipeline::AssemblyInput input(std::vector<Line> lines) {
     return in;
 }
 
-const std::string notCentred = "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.";
+const std::string notCentred =
+    "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.";
 const std::string noText = "Текст не распознан. Добавьте маски вручную или загрузите более чёткое фото.";
-const std::string noFace = "Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.";
-const std::string reminder = "Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
-                             "распознавание всех форматов и полей.";
-const std::string generic = "Использованы общие эвристики для номеров, дат, имён и адресов; профиль страны не определён.";
-const std::string lowResolution = "Низкое разрешение. Мелкие номера и повторные фотографии могут быть пропущены.";
+const std::string noFace =
+    "Лицо не найдено автоматически. При необходимости закройте портрет и его копии вручную.";
+const std::string reminder =
+    "Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
+    "распознавание всех форматов и полей.";
+const std::string generic =
+    "Использованы общие эвристики для номеров, дат, имён и адресов; профиль страны не определён.";
+const std::string lowResolution =
+    "Низкое разрешение. Мелкие номера и повторные фотографии могут быть пропущены.";
 
 // A text mask as assembly paints it: a fifth of the line's height past the box on every side, the same
 // distance in pixels across (the test image is 1600 by 1000).
@@ -74,12 +80,14 @@ TEST(Assembly, LinesAreCutIntoSpansWithTheBoxesOfTheirCharacters) {
     const Analysis analysis = ImagePipeline::assemble(in);
     // Four spans, of which the blank one is dropped.
     EXPECT_EQ(analysis.recognizedLines, 3);
-    const auto number = std::find_if(analysis.regions.begin(), analysis.regions.end(), [](const RedactionRegion& r) {
-        return r.kind == FieldKind::number && r.evidence == FieldEvidence::nearbyLabel;
-    });
+    const auto number =
+        std::find_if(analysis.regions.begin(), analysis.regions.end(), [](const RedactionRegion& r) {
+            return r.kind == FieldKind::number && r.evidence == FieldEvidence::nearbyLabel;
+        });
     ASSERT_NE(number, analysis.regions.end());
     // Characters 12 to 19 of 34, each 0.02 wide.
-    EXPECT_TRUE(near(number->rect, masked(Rect{0.1 + 0.02 * 12, 0.2, 0.02 * 8, 0.04}))) << number->rect.x << " " << number->rect.width;
+    EXPECT_TRUE(near(number->rect, masked(Rect{0.1 + 0.02 * 12, 0.2, 0.02 * 8, 0.04})))
+        << number->rect.x << " " << number->rect.width;
 }
 
 TEST(Assembly, AWholeLineKeepsItsUntrimmedTextAndBox) {
@@ -124,7 +132,8 @@ TEST(Assembly, CenteringTextFollowsTheDetectorWarnings) {
         const auto warnings = ImagePipeline::assemble(in).warnings;
         const auto centering =
             std::find(warnings.begin(), warnings.end(),
-                      std::string("Документ автоматически выровнен по найденным границам (уверенность ") + shown + "%).");
+                      std::string("Документ автоматически выровнен по найденным границам (уверенность ") +
+                          shown + "%).");
         ASSERT_NE(centering, warnings.end()) << shown;
         // Directly after the detector's last warning.
         EXPECT_EQ(*(centering - 1), "Дата рождения не определена по подписи. Проверьте, что она закрыта.");
@@ -155,12 +164,14 @@ TEST(Assembly, MissingLanguagesConflictsAndTheCountry) {
     EXPECT_TRUE(analysis.country.conflict);
     EXPECT_EQ(analysis.unavailableOCRLanguages, (std::vector<std::string>{"nl", "de"}));
     const auto& w = analysis.warnings;
-    const auto missing = std::find(w.begin(), w.end(),
-                                   "В этой системе нет заявленного OCR для: нидерландский, немецкий. Локальные подписи "
-                                   "могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
+    const auto missing =
+        std::find(w.begin(), w.end(),
+                  "В этой системе нет заявленного OCR для: нидерландский, немецкий. Локальные подписи "
+                  "могут быть пропущены; используйте MRZ/латиницу и ручную проверку.");
     ASSERT_NE(missing, w.end());
-    EXPECT_EQ(*(missing + 1), "Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
-                              "рождения могут отличаться.");
+    EXPECT_EQ(*(missing + 1),
+              "Признаки страны противоречат друг другу. Проверьте страну выдачи; гражданство и место "
+              "рождения могут отличаться.");
     EXPECT_EQ(std::find(w.begin(), w.end(), generic), w.end());
 }
 
@@ -177,7 +188,8 @@ TEST(Assembly, RiskReadsWholeLinesNotSpans) {
 TEST(Assembly, ValuesTheZoneVouchesForAreMaskedWhereverThePageRepeatsThem) {
     // A date with no caption in reach and names written with a comma: the detector alone leaves the
     // date to the "uncertain" mask and the names unmasked.
-    std::vector<Line> page{line("12 AUG/AOUT 74", 0.35, 0.48, 0.17, 0.03), line("ERIKSSON, ANNA MARIA", 0.36, 0.27, 0.26, 0.03)};
+    std::vector<Line> page{line("12 AUG/AOUT 74", 0.35, 0.48, 0.17, 0.03),
+                           line("ERIKSSON, ANNA MARIA", 0.36, 0.27, 0.26, 0.03)};
     auto kindsOf = [](const Analysis& analysis, FieldEvidence evidence) {
         std::vector<FieldKind> kinds;
         for (const RedactionRegion& r : analysis.regions) {

@@ -17,7 +17,8 @@ using namespace testing_support;
 
 namespace {
 
-const std::set<int> translatedPositions{0, 1, 2, 5, 6, 7, 8, 9, 11, 12, 13, 14, 16, 18, 23, 25, 26, 33, 34, 37, 38, 42, 47, 48};
+const std::set<int> translatedPositions{0,  1,  2,  5,  6,  7,  8,  9,  11, 12, 13, 14,
+                                        16, 18, 23, 25, 26, 33, 34, 37, 38, 42, 47, 48};
 
 } // namespace
 
@@ -30,11 +31,15 @@ TEST(Texts, CompleteTablesHaveEveryField) {
         EXPECT_EQ(t.localOnly, t.localProcessing);
         EXPECT_EQ(t.title, t.subtitle);
         EXPECT_EQ(t.appVersion, QStringLiteral("Linux · 0.3"));
-        EXPECT_TRUE(t.processingBody.startsWith(QStringLiteral("Quorvel "))) << t.processingBody.toStdString();
+        EXPECT_TRUE(t.processingBody.startsWith(QStringLiteral("Quorvel ")))
+            << t.processingBody.toStdString();
     }
-    EXPECT_EQ(L10n(AppLanguage::ru).reviewCheckbox, QStringLiteral("Я проверил(а) результат и закрыл(а) пропущенные данные"));
-    EXPECT_EQ(L10n(AppLanguage::de).heuristicZonesText(3), QStringLiteral("Heuristische Bereiche: 3. Bitte besonders prüfen."));
-    EXPECT_EQ(L10n(AppLanguage::en).emptyBody, QStringLiteral("Open a photo, check the masks\nand save the cleaned copy."));
+    EXPECT_EQ(L10n(AppLanguage::ru).reviewCheckbox,
+              QStringLiteral("Я проверил(а) результат и закрыл(а) пропущенные данные"));
+    EXPECT_EQ(L10n(AppLanguage::de).heuristicZonesText(3),
+              QStringLiteral("Heuristische Bereiche: 3. Bitte besonders prüfen."));
+    EXPECT_EQ(L10n(AppLanguage::en).emptyBody,
+              QStringLiteral("Open a photo, check the masks\nand save the cleaned copy."));
 }
 
 TEST(Texts, PartialLanguagesTranslateTheirTwentyFourLabelsOnly) {
@@ -47,7 +52,8 @@ TEST(Texts, PartialLanguagesTranslateTheirTwentyFourLabelsOnly) {
         const L10n t(language);
         for (int i = 0; i < L10n::fieldCount; ++i) {
             if (!translatedPositions.contains(i)) {
-                EXPECT_EQ(t.field(i), english.field(i)) << AppLanguages::rawValue(language).toStdString() << " " << L10n::fieldName(i);
+                EXPECT_EQ(t.field(i), english.field(i))
+                    << AppLanguages::rawValue(language).toStdString() << " " << L10n::fieldName(i);
             }
         }
         EXPECT_NE(t.localOnly, english.localOnly);
@@ -62,12 +68,14 @@ TEST(Texts, PartialLanguagesTranslateTheirTwentyFourLabelsOnly) {
 TEST(Texts, FileTypesNamePdfEverywhereSupportedDocumentsOnlyInRussian) {
     for (AppLanguage language : AppLanguages::allCases()) {
         const L10n t(language);
-        EXPECT_TRUE(t.fileTypes.contains(QStringLiteral("PDF"))) << AppLanguages::rawValue(language).toStdString();
+        EXPECT_TRUE(t.fileTypes.contains(QStringLiteral("PDF")))
+            << AppLanguages::rawValue(language).toStdString();
         EXPECT_EQ(t.supportedDocuments.contains(QStringLiteral("PDF")), language == AppLanguage::ru);
     }
     EXPECT_EQ(L10n(AppLanguage::en).fileTypes, QStringLiteral("JPEG, PNG, HEIC, PDF · up to 80 MB / 50 MP"));
     for (AppLanguage language : AppLanguages::allCases()) {
-        EXPECT_EQ(L10n(language).fileTypes.count(QStringLiteral("PDF")), 1) << AppLanguages::rawValue(language).toStdString();
+        EXPECT_EQ(L10n(language).fileTypes.count(QStringLiteral("PDF")), 1)
+            << AppLanguages::rawValue(language).toStdString();
     }
 }
 
@@ -135,8 +143,8 @@ private:
 class Model : public ::testing::Test {
 protected:
     void SetUp() override {
-        QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).setValue(QStringLiteral("consent.version"),
-                                                                                 QStringLiteral("2026-09-18"));
+        QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+            .setValue(QStringLiteral("consent.version"), QStringLiteral("2026-09-18"));
         model = std::make_unique<AppModel>(dialogs);
         model->setLanguage(AppLanguage::en);
     }
@@ -235,7 +243,8 @@ TEST_F(Model, ExportNeedsTheReviewAndNeverReplacesTheOpenedFile) {
     EXPECT_EQ(model->error(), L10n(AppLanguage::en).cannotReplaceOriginal());
     EXPECT_EQ(readBytes(dir / "a.jpg"), before);
     EXPECT_FALSE(model->busy());
-    EXPECT_TRUE(dialogs.lastProposedName.contains(QRegularExpression(QStringLiteral("^document-redacted-[0-9A-F]{8}\\.png$"))))
+    EXPECT_TRUE(dialogs.lastProposedName.contains(
+        QRegularExpression(QStringLiteral("^document-redacted-[0-9A-F]{8}\\.png$"))))
         << dialogs.lastProposedName.toStdString();
     EXPECT_EQ(dialogs.lastSaveTitle, QStringLiteral("Save PNG"));
     model->clearError();
@@ -252,12 +261,14 @@ TEST_F(Model, ErrorsReachTheAlertWithTheirOwnText) {
     model->setLanguage(AppLanguage::de);
     model->load(QString::fromStdString((dir / "bad.jpg").string()));
     ASSERT_TRUE(settle());
-    EXPECT_EQ(model->error(), QStringLiteral("Не удалось прочитать изображение. Выберите JPEG, PNG или HEIC."));
+    EXPECT_EQ(model->error(),
+              QStringLiteral("Не удалось прочитать изображение. Выберите JPEG, PNG или HEIC."));
     EXPECT_EQ(model->status(), L10n(AppLanguage::de).actionError);
     EXPECT_FALSE(model->original());
     model->load(QString::fromStdString((dir / "missing.jpg").string()));
     ASSERT_TRUE(settle());
-    EXPECT_TRUE(model->error()->contains(QStringLiteral("No such file or directory"))) << model->error()->toStdString();
+    EXPECT_TRUE(model->error()->contains(QStringLiteral("No such file or directory")))
+        << model->error()->toStdString();
 }
 
 TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
@@ -275,8 +286,8 @@ TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
 }
 
 TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {
-    writeBytes(dir / "three.pdf", makePdf({TestPage{0, 0, 595, 842, {"SURNAME MARTIN"}}, TestPage{0, 0, 300, 200, {}},
-                                           TestPage{0, 0, 400, 400, {}}}));
+    writeBytes(dir / "three.pdf", makePdf({TestPage{0, 0, 595, 842, {"SURNAME MARTIN"}},
+                                           TestPage{0, 0, 300, 200, {}}, TestPage{0, 0, 400, 400, {}}}));
     model->load(QString::fromStdString((dir / "three.pdf").string()));
     ASSERT_TRUE(settle());
     ASSERT_EQ(model->pdfPageCount(), 3);
@@ -285,7 +296,7 @@ TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {
     EXPECT_FALSE(model->reviewed()); // pages 2 and 3 not seen yet
     model->showPage(1);
     EXPECT_EQ(model->original()->width, 600); // the second page's own picture, at 2 pixels a point
-    model->showPage(3); // no such page
+    model->showPage(3);                       // no such page
     EXPECT_EQ(model->currentPage(), 1);
     model->showPage(2);
     model->setReviewed(true);
@@ -300,8 +311,8 @@ TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {
 }
 
 TEST_F(Model, ConsentIsAskedUntilTheCurrentVersionIsAccepted) {
-    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).setValue(QStringLiteral("consent.version"),
-                                                                             QStringLiteral("2025-01-01"));
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+        .setValue(QStringLiteral("consent.version"), QStringLiteral("2025-01-01"));
     AppModel fresh(dialogs);
     EXPECT_TRUE(fresh.showingConsent());
     fresh.acceptConsent();
@@ -347,7 +358,8 @@ TEST_F(Model, DecliningTheTermsAsksToQuitAndStoresNothing) {
     fresh.declineConsent();
     EXPECT_TRUE(quit);
     EXPECT_EQ(fresh.runningJobs(), 0);
-    EXPECT_FALSE(QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).contains(QStringLiteral("consent.version")));
+    EXPECT_FALSE(QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+                     .contains(QStringLiteral("consent.version")));
 }
 
 TEST_F(Model, TheStatusFollowsTheLanguageBeforeAnyLoad) {

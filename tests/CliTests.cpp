@@ -2,13 +2,13 @@
 #include "TestPdfs.h"
 
 #include <gtest/gtest.h>
-#include <png.h>
 #include <nlohmann/json.hpp>
+#include <png.h>
 
 #include <sys/wait.h>
 
-#include <array>
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string>
 
@@ -49,8 +49,9 @@ protected:
     CliRun mask(const std::string& regionsJson, const std::string& extra = "") {
         const std::vector<std::uint8_t> json(regionsJson.begin(), regionsJson.end());
         writeBytes(dir / "r.json", json);
-        return cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " + quoted((dir / "r.json").string()) +
-                   " -o " + quoted((dir / "out.png").string()) + " " + extra);
+        return cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " +
+                   quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()) + " " +
+                   extra);
     }
 
     TempDir dir;
@@ -73,15 +74,18 @@ TEST_F(MaskCommand, MalformedRegionFilesGetOneLineNamingTheProblem) {
         const char* json;
         const char* expected;
     };
-    for (const Case c : {Case{"[{\"kind\": \"number\"", "not valid JSON"},
-                         Case{"{\"kind\": \"number\"}", "expected a list"},
-                         Case{R"([{"kind": "passport", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind \"passport\""},
-                         Case{R"([{"kind": "Number", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind"},
-                         Case{R"([{"kind": "number", "x": "0", "y": 0, "width": 1, "height": 1}])", "\"x\" must be a number from -1000000 to 1000000"},
-                         Case{R"([{"kind": "number", "x": 0, "y": 1e308, "width": 1, "height": 1}])", "\"y\" must be a number from"},
-                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1e999, "height": 1}])", "not valid JSON"},
-                         Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1}])", "\"height\" must be a number from"},
-                         Case{R"([3])", "region 1 is not an object"}}) {
+    for (const Case c :
+         {Case{"[{\"kind\": \"number\"", "not valid JSON"}, Case{"{\"kind\": \"number\"}", "expected a list"},
+          Case{R"([{"kind": "passport", "x": 0, "y": 0, "width": 1, "height": 1}])",
+               "unknown kind \"passport\""},
+          Case{R"([{"kind": "Number", "x": 0, "y": 0, "width": 1, "height": 1}])", "unknown kind"},
+          Case{R"([{"kind": "number", "x": "0", "y": 0, "width": 1, "height": 1}])",
+               "\"x\" must be a number from -1000000 to 1000000"},
+          Case{R"([{"kind": "number", "x": 0, "y": 1e308, "width": 1, "height": 1}])",
+               "\"y\" must be a number from"},
+          Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1e999, "height": 1}])", "not valid JSON"},
+          Case{R"([{"kind": "number", "x": 0, "y": 0, "width": 1}])", "\"height\" must be a number from"},
+          Case{R"([3])", "region 1 is not an object"}}) {
         const CliRun run = mask(c.json);
         EXPECT_EQ(run.exitCode, 2) << c.json;
         EXPECT_NE(run.output.find(c.expected), std::string::npos) << run.output;
@@ -92,14 +96,15 @@ TEST_F(MaskCommand, MalformedRegionFilesGetOneLineNamingTheProblem) {
 
 TEST_F(MaskCommand, UnreadableInputsFailWithTheirOwnMessage) {
     writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
-    const CliRun missing = cli("mask " + quoted((dir / "nope.jpg").string()) + " --regions " +
-                            quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
+    const CliRun missing =
+        cli("mask " + quoted((dir / "nope.jpg").string()) + " --regions " +
+            quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.output.find("No such file or directory"), std::string::npos) << missing.output;
 
     writeBytes(dir / "text.jpg", std::vector<std::uint8_t>{'h', 'e', 'l', 'l', 'o'});
     const CliRun text = cli("mask " + quoted((dir / "text.jpg").string()) + " --regions " +
-                         quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
+                            quoted((dir / "r.json").string()) + " -o " + quoted((dir / "out.png").string()));
     EXPECT_EQ(text.exitCode, 1);
     EXPECT_NE(text.output.find("Не удалось прочитать изображение"), std::string::npos) << text.output;
     EXPECT_FALSE(std::filesystem::exists(dir / "out.png"));
@@ -108,8 +113,8 @@ TEST_F(MaskCommand, UnreadableInputsFailWithTheirOwnMessage) {
 TEST_F(MaskCommand, RefusesToOverwriteItsInput) {
     writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
     const auto before = readBytes(dir / "in.jpg");
-    const CliRun run = cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " + quoted((dir / "r.json").string()) +
-                        " -o " + quoted((dir / "in.jpg").string()));
+    const CliRun run = cli("mask " + quoted((dir / "in.jpg").string()) + " --regions " +
+                           quoted((dir / "r.json").string()) + " -o " + quoted((dir / "in.jpg").string()));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(readBytes(dir / "in.jpg"), before);
 }
@@ -137,16 +142,17 @@ TEST_F(AnalyzeCommand, RecognisedLinesAsJsonGiveTheWholeAnalysisAsJson) {
     const CliRun run = cli("analyze --lines " + lines + " --json");
     ASSERT_EQ(run.exitCode, 0) << run.output;
     for (const char* expected :
-         {R"("code": "AUT")", R"("name": "Австрия")", R"("hasProfile": true)", R"("documentType": "Тип не определён")",
-          R"("kind": "birthDate")", R"("evidence": "Подпись поля")", R"("kind": "face")", R"("score": 8)",
-          R"("unavailableOCRLanguages": [)", R"("de")", "Низкое разрешение", "Часть текста распознана неуверенно",
-          R"("recognizedLines": 2)"}) {
+         {R"("code": "AUT")", R"("name": "Австрия")", R"("hasProfile": true)",
+          R"("documentType": "Тип не определён")", R"("kind": "birthDate")", R"("evidence": "Подпись поля")",
+          R"("kind": "face")", R"("score": 8)", R"("unavailableOCRLanguages": [)", R"("de")",
+          "Низкое разрешение", "Часть текста распознана неуверенно", R"("recognizedLines": 2)"}) {
         EXPECT_NE(run.output.find(expected), std::string::npos) << expected << "\n" << run.output;
     }
 }
 
 TEST_F(AnalyzeCommand, AbsentOptionalsAreNullAndBadInputIsNamed) {
-    const CliRun empty = cli("analyze --lines " + write("empty.json", R"({"lines": [], "supportedLanguages": []})") + " --json");
+    const CliRun empty = cli("analyze --lines " +
+                             write("empty.json", R"({"lines": [], "supportedLanguages": []})") + " --json");
     ASSERT_EQ(empty.exitCode, 0) << empty.output;
     EXPECT_NE(empty.output.find(R"("code": null)"), std::string::npos);
     EXPECT_NE(empty.output.find(R"("score": null)"), std::string::npos);
@@ -166,8 +172,9 @@ TEST_F(RedactCommand, ManyFilesGoOnPastAFailureAndReportIt) {
     writeBytes(dir / "a.jpg", encodeJpeg(patterned(320, 200)));
     writeBytes(dir / "b.png", std::vector<std::uint8_t>{'n', 'o', 't'});
     writeBytes(dir / "c.jpg", encodeJpeg(patterned(200, 320)));
-    const CliRun run = cli("redact -j 2 " + quoted((dir / "a.jpg").string()) + " " + quoted((dir / "b.png").string()) + " " +
-                           quoted((dir / "c.jpg").string()) + " -o " + quoted((dir / "out").string()));
+    const CliRun run =
+        cli("redact -j 2 " + quoted((dir / "a.jpg").string()) + " " + quoted((dir / "b.png").string()) + " " +
+            quoted((dir / "c.jpg").string()) + " -o " + quoted((dir / "out").string()));
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_NE(run.output.find("b.png: Не удалось прочитать изображение"), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("2 of 3 files redacted, 1 failed"), std::string::npos) << run.output;
@@ -183,8 +190,8 @@ TEST_F(RedactCommand, NeverOverwritesAnInput) {
     writeBytes(dir / "a.jpg", encodeJpeg(patterned(64, 64)));
     writeBytes(dir / "a-redacted.png", encodeJpeg(patterned(64, 64)));
     const auto before = readBytes(dir / "a-redacted.png");
-    const CliRun run = cli("redact " + quoted((dir / "a.jpg").string()) + " " + quoted((dir / "a-redacted.png").string()) +
-                           " -o " + quoted(dir.path().string()));
+    const CliRun run = cli("redact " + quoted((dir / "a.jpg").string()) + " " +
+                           quoted((dir / "a-redacted.png").string()) + " -o " + quoted(dir.path().string()));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(readBytes(dir / "a-redacted.png"), before);
 }
@@ -211,16 +218,19 @@ TEST_F(RedactCommand, TwoInputsOfOneNameFromTwoFoldersAreRefusedBeforeAnyWork) {
     std::filesystem::create_directories(dir / "out");
     writeBytes(dir / "x" / "scan.jpg", encodeJpeg(patterned(64, 64)));
     writeBytes(dir / "y" / "scan.jpg", encodeJpeg(patterned(64, 64)));
-    const CliRun run = cli("redact " + quoted((dir / "x" / "scan.jpg").string()) + " " +
-                           quoted((dir / "y" / "scan.jpg").string()) + " -o " + quoted((dir / "out").string()));
+    const CliRun run =
+        cli("redact " + quoted((dir / "x" / "scan.jpg").string()) + " " +
+            quoted((dir / "y" / "scan.jpg").string()) + " -o " + quoted((dir / "out").string()));
     EXPECT_EQ(run.exitCode, 2) << run.output;
     EXPECT_NE(run.output.find("scan-redacted.png"), std::string::npos) << run.output;
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
 TEST_F(RedactCommand, APdfBecomesAnImageOnlyPdf) {
-    writeBytes(dir / "in.PDF", makePdf({TestPage{0, 0, 595, 842, {"SECRETWORD", "Document No X4RTBPFW4"}}, TestPage{}}));
-    const CliRun run = cli("redact " + quoted((dir / "in.PDF").string()) + " -o " + quoted((dir / "out.pdf").string()));
+    writeBytes(dir / "in.PDF",
+               makePdf({TestPage{0, 0, 595, 842, {"SECRETWORD", "Document No X4RTBPFW4"}}, TestPage{}}));
+    const CliRun run =
+        cli("redact " + quoted((dir / "in.PDF").string()) + " -o " + quoted((dir / "out.pdf").string()));
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_NE(run.output.find("2/2"), std::string::npos) << run.output; // page progress
     const PdfFacts facts = inspectPdf(readBytes(dir / "out.pdf"));
@@ -234,7 +244,8 @@ TEST_F(RedactCommand, ABrokenPdfWritesNothing) {
     writeBytes(dir / "cut.pdf", std::span(good).first(good.size() / 2));
     writeBytes(dir / "locked.pdf", makePdf({TestPage{}}, TestPdfOptions{true, "secret"}));
     for (const char* name : {"cut.pdf", "locked.pdf"}) {
-        const CliRun run = cli("redact " + quoted((dir / name).string()) + " -o " + quoted((dir / "out.pdf").string()));
+        const CliRun run =
+            cli("redact " + quoted((dir / name).string()) + " -o " + quoted((dir / "out.pdf").string()));
         EXPECT_EQ(run.exitCode, 1) << name;
         EXPECT_NE(run.output.find("Не удалось прочитать изображение"), std::string::npos) << run.output;
     }
@@ -244,8 +255,9 @@ TEST_F(RedactCommand, ABrokenPdfWritesNothing) {
 TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
     const CliRun help = cli("--help");
     EXPECT_EQ(help.exitCode, 0);
-    for (const char* word : {"mask", "redact", "analyze", "--lines", "--json", "-j N", "--regions", "--hide-face",
-                             "--hide-issue-date", "--hide-expiry-date", "--hide-person-name", "Exit codes", "--version"}) {
+    for (const char* word :
+         {"mask", "redact", "analyze", "--lines", "--json", "-j N", "--regions", "--hide-face",
+          "--hide-issue-date", "--hide-expiry-date", "--hide-person-name", "Exit codes", "--version"}) {
         EXPECT_NE(help.output.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(cli("frobnicate").exitCode, 2);
@@ -255,7 +267,8 @@ TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
 TEST(EvalCommand, AnUnknownAnnotationKindIsRefusedAsMaskRefusesIt) {
     const TempDir dir;
     writeBytes(dir / "a.jpg", encodeJpeg(patterned(200, 100)));
-    const std::string annotation = R"({"fields": [{"kind": "number", "x": 0, "y": 0, "width": 0.1, "height": 0.1},
+    const std::string annotation =
+        R"({"fields": [{"kind": "number", "x": 0, "y": 0, "width": 0.1, "height": 0.1},
                                                   {"kind": "bogus", "x": 0, "y": 0, "width": 0.1, "height": 0.1}]})";
     writeBytes(dir / "a.json", std::vector<std::uint8_t>(annotation.begin(), annotation.end()));
     const CliRun run = cli("eval " + quoted(dir.path().string()));
@@ -267,8 +280,10 @@ TEST(CommandLine, TheOutputsNameMustSayWhatItHolds) {
     const TempDir dir;
     writeBytes(dir / "in.jpg", encodeJpeg(patterned(200, 100)));
     writeBytes(dir / "in.pdf", makePdf({TestPage{}}));
-    for (const auto& [input, output] : {std::pair{"in.jpg", "out.pdf"}, {"in.jpg", "out.jpg"}, {"in.pdf", "out.png"}}) {
-        const CliRun run = cli("redact " + quoted((dir / input).string()) + " -o " + quoted((dir / output).string()));
+    for (const auto& [input, output] :
+         {std::pair{"in.jpg", "out.pdf"}, {"in.jpg", "out.jpg"}, {"in.pdf", "out.png"}}) {
+        const CliRun run =
+            cli("redact " + quoted((dir / input).string()) + " -o " + quoted((dir / output).string()));
         EXPECT_EQ(run.exitCode, 2) << input << " -> " << output << ": " << run.output;
         EXPECT_NE(run.output.find("name the output"), std::string::npos) << run.output;
     }
@@ -282,16 +297,18 @@ TEST(CommandLine, AReportIsTheAnalysisOfTheSameRun) {
     writeBytes(dir / "in.jpg", encodeJpeg(patterned(300, 200)));
     const CliRun analyzed = cli("analyze --json " + quoted((dir / "in.jpg").string()));
     ASSERT_EQ(analyzed.exitCode, 0) << analyzed.output;
-    const CliRun one = cli("redact " + quoted((dir / "in.jpg").string()) + " -o " + quoted((dir / "out.png").string()) +
-                           " --report " + quoted((dir / "out.json").string()));
+    const CliRun one =
+        cli("redact " + quoted((dir / "in.jpg").string()) + " -o " + quoted((dir / "out.png").string()) +
+            " --report " + quoted((dir / "out.json").string()));
     ASSERT_EQ(one.exitCode, 0) << one.output;
     const auto report = readBytes(dir / "out.json");
     EXPECT_EQ(nlohmann::json::parse(report.begin(), report.end()), nlohmann::json::parse(analyzed.output));
     // Many files: one report each, named after its copy.
     std::filesystem::create_directory(dir / "batch");
     writeBytes(dir / "second.jpg", encodeJpeg(patterned(200, 300)));
-    const CliRun many = cli("redact " + quoted((dir / "in.jpg").string()) + " " + quoted((dir / "second.jpg").string()) +
-                            " -o " + quoted((dir / "batch").string()) + " --report " + quoted((dir / "batch").string()));
+    const CliRun many =
+        cli("redact " + quoted((dir / "in.jpg").string()) + " " + quoted((dir / "second.jpg").string()) +
+            " -o " + quoted((dir / "batch").string()) + " --report " + quoted((dir / "batch").string()));
     ASSERT_EQ(many.exitCode, 0) << many.output;
     EXPECT_TRUE(std::filesystem::exists(dir / "batch" / "in-redacted.json"));
     EXPECT_TRUE(std::filesystem::exists(dir / "batch" / "second-redacted.json"));

@@ -20,7 +20,9 @@ std::vector<TextRegion> page(std::initializer_list<Line> lines) {
     return regions;
 }
 
-CountryDetection detect(std::initializer_list<Line> lines) { return CountryCatalog::detect(page(lines)); }
+CountryDetection detect(std::initializer_list<Line> lines) {
+    return CountryCatalog::detect(page(lines));
+}
 
 // A zone line padded with fillers to its layout's length.
 std::string zone(std::string text, std::size_t length) {
@@ -70,12 +72,13 @@ TEST(ContainsPhrase, WholeWordsAndLiteralStops) {
 }
 
 TEST(DetectZone, TheIssuingStateOfTheZoneDecides) {
-    const CountryDetection german = detect({{"REISEPASS PASSPORT", 0.1}, {germanZone1, 0.85}, {germanZone2, 0.93}});
+    const CountryDetection german =
+        detect({{"REISEPASS PASSPORT", 0.1}, {germanZone1, 0.85}, {germanZone2, 0.93}});
     EXPECT_EQ(german, (CountryDetection{"DEU", "Германия", "Код выдающей страны в MRZ", true, false}));
     // A card zone (TD1) and a two-line 36-character zone, as recognised with spaces inside.
-    EXPECT_EQ(detect({{"I<UTOD231458907<<<<<<<<<<<<<<<", 0.8}, {"7408122F1204159UTO<<<<<<<<<<<6", 0.86}})
-                  .code,
-              "UTO");
+    EXPECT_EQ(
+        detect({{"I<UTOD231458907<<<<<<<<<<<<<<<", 0.8}, {"7408122F1204159UTO<<<<<<<<<<<6", 0.86}}).code,
+        "UTO");
     EXPECT_EQ(detect({{"IDFRA DUPONT " + zone("", 25), 0.85}}).name, "Франция");
     const CountryDetection polish = detect({{"I<POLABA3000006<<<<<<<<<<<<<<<", 0.8}});
     EXPECT_EQ(polish.evidence, "Код выдающей страны в MRZ");
@@ -83,10 +86,14 @@ TEST(DetectZone, TheIssuingStateOfTheZoneDecides) {
 }
 
 TEST(DetectZone, APrintedStateThatContradictsTheZone) {
-    const CountryDetection conflict = detect({{"REPUBLIK ÖSTERREICH", 0.1}, {germanZone1, 0.85}, {germanZone2, 0.93}});
-    EXPECT_EQ(conflict, (CountryDetection{"DEU", "Германия", "MRZ; заголовок противоречит коду страны", true, true}));
-    const CountryDetection both = detect(
-        {{"BUNDESREPUBLIK DEUTSCHLAND", 0.08}, {"REPUBLIK ÖSTERREICH", 0.15}, {germanZone1, 0.85}, {germanZone2, 0.93}});
+    const CountryDetection conflict =
+        detect({{"REPUBLIK ÖSTERREICH", 0.1}, {germanZone1, 0.85}, {germanZone2, 0.93}});
+    EXPECT_EQ(conflict,
+              (CountryDetection{"DEU", "Германия", "MRZ; заголовок противоречит коду страны", true, true}));
+    const CountryDetection both = detect({{"BUNDESREPUBLIK DEUTSCHLAND", 0.08},
+                                          {"REPUBLIK ÖSTERREICH", 0.15},
+                                          {germanZone1, 0.85},
+                                          {germanZone2, 0.93}});
     EXPECT_FALSE(both.conflict);
 }
 
@@ -140,19 +147,22 @@ TEST(DetectPrinted, TheUpperPartEndsStrictlyAtItsLimit) {
 }
 
 TEST(DetectLicence, AmericanStatesAndCanadianProvinces) {
-    const CountryDetection california =
-        detect({{"CALIFORNIA", 0.06}, {"DRIVER LICENSE", 0.12}, {"DL I1234568", 0.3}, {"EXP 08/31/2026", 0.36}});
-    EXPECT_EQ(california, (CountryDetection{"USA", "США", "Предположительно: регион выдачи водительского удостоверения",
-                                            true, false}));
+    const CountryDetection california = detect(
+        {{"CALIFORNIA", 0.06}, {"DRIVER LICENSE", 0.12}, {"DL I1234568", 0.3}, {"EXP 08/31/2026", 0.36}});
+    EXPECT_EQ(california,
+              (CountryDetection{"USA", "США", "Предположительно: регион выдачи водительского удостоверения",
+                                true, false}));
     EXPECT_EQ(detect({{"ONTARIO", 0.06}, {"DRIVER'S LICENCE / PERMIS DE CONDUIRE", 0.12}}).code, "CAN");
     // A title the recogniser lost: the licence's field numbers stand for it.
-    EXPECT_EQ(detect({{"MASSACHUSETTS", 0.06}, {"4a ISS. 03/18/2018", 0.25}, {"4d NUMBER", 0.25}}).code, "USA");
+    EXPECT_EQ(detect({{"MASSACHUSETTS", 0.06}, {"4a ISS. 03/18/2018", 0.25}, {"4d NUMBER", 0.25}}).code,
+              "USA");
     // Both, or a state without a licence title, fall through.
     EXPECT_EQ(detect({{"ONTARIO TEXAS", 0.06}, {"DRIVER LICENSE", 0.12}}), CountryDetection::unknown());
     EXPECT_EQ(detect({{"CALIFORNIA", 0.06}, {"IDENTIFICATION CARD", 0.12}}), CountryDetection::unknown());
     // A state below the limit, or on an address line, is no sign.
     EXPECT_EQ(detect({{"DRIVER LICENSE", 0.1}, {"TEXAS", 0.35}}), CountryDetection::unknown());
-    EXPECT_EQ(detect({{"DRIVER LICENSE", 0.1}, {"ADDRESS 1 MAIN ST AUSTIN TEXAS", 0.2}}), CountryDetection::unknown());
+    EXPECT_EQ(detect({{"DRIVER LICENSE", 0.1}, {"ADDRESS 1 MAIN ST AUSTIN TEXAS", 0.2}}),
+              CountryDetection::unknown());
 }
 
 TEST(DetectRegionName, ATopLineThatIsExactlyACountry) {

@@ -6,8 +6,9 @@
 #include <set>
 
 TEST(FieldKind, RawValuesRoundTripInDeclarationOrderAndAreCaseSensitive) {
-    const char* expected[] = {"number",   "address",         "birthDate", "face",   "issueDate",  "expiryDate",
-                              "machineReadable", "uncertain", "manual",   "personName", "phone", "email"};
+    const char* expected[] = {"number",    "address",    "birthDate",       "face",
+                              "issueDate", "expiryDate", "machineReadable", "uncertain",
+                              "manual",    "personName", "phone",           "email"};
     ASSERT_EQ(allFieldKinds.size(), std::size(expected));
     for (std::size_t i = 0; i < allFieldKinds.size(); ++i) {
         EXPECT_EQ(rawValue(allFieldKinds[i]), expected[i]);

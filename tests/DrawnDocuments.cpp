@@ -37,7 +37,8 @@ QRect text(QPainter& p, int x, int y, const QString& s) {
 }
 
 void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& content, const QRect& where) {
-    const ZXing::BitMatrix matrix = ZXing::MultiFormatWriter(format).setMargin(0).encode(content, where.width(), where.height());
+    const ZXing::BitMatrix matrix =
+        ZXing::MultiFormatWriter(format).setMargin(0).encode(content, where.width(), where.height());
     QImage code(matrix.width(), matrix.height(), QImage::Format_RGB32);
     for (int y = 0; y < matrix.height(); ++y) {
         for (int x = 0; x < matrix.width(); ++x) {
@@ -59,7 +60,8 @@ std::optional<std::string> testPortrait() {
 }
 
 DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
-    static const bool ocrb = QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
+    static const bool ocrb =
+        QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
     (void)ocrb;
     QImage canvas(width, height, QImage::Format_RGB32);
     canvas.fill(QColor(236, 240, 236));

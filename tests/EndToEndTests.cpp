@@ -21,8 +21,10 @@ const RedactionPolicy hideEverything{true, true, true, true};
 double coverage(const Bitmap& original, const Bitmap& image, const DrawnField& field) {
     const Rect& box = field.box;
     const bool text = !field.text.empty();
-    const int x0 = static_cast<int>(box.x * image.width), x1 = static_cast<int>((box.x + box.width) * image.width);
-    const int y0 = static_cast<int>(box.y * image.height), y1 = static_cast<int>((box.y + box.height) * image.height);
+    const int x0 = static_cast<int>(box.x * image.width),
+              x1 = static_cast<int>((box.x + box.width) * image.width);
+    const int y0 = static_cast<int>(box.y * image.height),
+              y1 = static_cast<int>((box.y + box.height) * image.height);
     std::size_t black = 0, all = 0;
     for (int y = std::max(y0, 0); y < std::min(y1, image.height); ++y) {
         for (int x = std::max(x0, 0); x < std::min(x1, image.width); ++x) {
@@ -44,7 +46,8 @@ const int inverseOrientation[9] = {0, 1, 2, 3, 4, 5, 8, 7, 6};
 class EndToEnd : public ::testing::Test {
 protected:
     Bitmap redact(const Bitmap& upright, int orientation, Analysis* analysis = nullptr) {
-        const Bitmap stored = platform::ImageDecoder::applyOrientation(upright, inverseOrientation[orientation]);
+        const Bitmap stored =
+            platform::ImageDecoder::applyOrientation(upright, inverseOrientation[orientation]);
         writeBytes(dir / "card.jpg", encodeJpeg(stored, false, exifBlock(orientation, std::nullopt)));
         const LoadedDocument document = ImagePipeline::load(dir / "card.jpg");
         EXPECT_EQ(document.image.width, upright.width) << orientation;
@@ -69,7 +72,8 @@ TEST_F(EndToEnd, EveryPersonalFieldOfABilingualCardIsMasked) {
     }
     EXPECT_EQ(analysis.country.code, "FRA");
     // "IDENTITY CARD" is printed; a zone read well enough to show "P<" would make it a passport.
-    EXPECT_TRUE(analysis.documentType == "ID-карта" || analysis.documentType == "Паспорт") << analysis.documentType;
+    EXPECT_TRUE(analysis.documentType == "ID-карта" || analysis.documentType == "Паспорт")
+        << analysis.documentType;
 }
 
 TEST_F(EndToEnd, EveryExifOrientationGivesTheSameMasks) {
@@ -88,8 +92,9 @@ TEST_F(EndToEnd, EveryExifOrientationGivesTheSameMasks) {
 TEST_F(EndToEnd, ThePortraitIsFoundAndMasked) {
     const auto portrait = testPortrait();
     if (!portrait) {
-        GTEST_SKIP() << "no freely licensed test portrait installed (tools/bootstrap.sh extracts it from Debian's "
-                        "python3-skimage package into build-data/)";
+        GTEST_SKIP()
+            << "no freely licensed test portrait installed (tools/bootstrap.sh extracts it from Debian's "
+               "python3-skimage package into build-data/)";
     }
     const DrawnDocument card = bilingualCard(portrait);
     Analysis analysis;
@@ -115,7 +120,8 @@ TEST_F(EndToEnd, APhotoTurnedWithoutATagComesBackUprightWithItsZoneMaskedWholeAn
     const DrawnDocument card = bilingualCard();
     for (int turns : {0, 1, 2, 3}) {
         // Stored turned the other way, with no orientation tag.
-        writeBytes(dir / "turned.jpg", encodeJpeg(platform::Recognition::turned(card.image, (4 - turns) % 4)));
+        writeBytes(dir / "turned.jpg",
+                   encodeJpeg(platform::Recognition::turned(card.image, (4 - turns) % 4)));
         const LoadedDocument document = ImagePipeline::load(dir / "turned.jpg");
         EXPECT_EQ(document.quarterTurns, turns);
         ASSERT_EQ(document.image.width, card.image.width) << turns;

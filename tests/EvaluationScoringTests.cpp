@@ -26,7 +26,8 @@ const auto identity = [](double x, double y) { return std::pair{x * 200, y * 200
 
 TEST(EvaluationScoring, ATiltedFieldIsMeasuredWithinItsCornersNotItsBoundingBox) {
     const Bitmap painted = diamond(), source(200, 200);
-    const nlohmann::json tilted = nlohmann::json::parse(R"([{"kind": "number", "x": 0.25, "y": 0.25, "width": 0.5,
+    const nlohmann::json tilted =
+        nlohmann::json::parse(R"([{"kind": "number", "x": 0.25, "y": 0.25, "width": 0.5,
         "height": 0.5, "corners": [[0.5, 0.25], [0.75, 0.5], [0.5, 0.75], [0.25, 0.5]]}])");
     cli::EvaluationReport withCorners;
     withCorners.score("a", tilted, painted, source, identity);

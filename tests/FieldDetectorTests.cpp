@@ -26,7 +26,8 @@ using Flag = std::tuple<std::string, FieldKind, FieldEvidence>;
 std::vector<Flag> flags(const std::vector<TextRegion>& lines, const FieldDetector::Detection& detection) {
     std::vector<Flag> out;
     for (const RedactionRegion& region : detection.regions) {
-        const auto line = std::find_if(lines.begin(), lines.end(), [&](const TextRegion& l) { return l.rect == region.rect; });
+        const auto line = std::find_if(lines.begin(), lines.end(),
+                                       [&](const TextRegion& l) { return l.rect == region.rect; });
         out.emplace_back(line == lines.end() ? "?" : line->text, region.kind, region.evidence);
     }
     return out;
@@ -45,13 +46,14 @@ const std::string lowConfidenceWarning =
 const std::string unknownTypeWarning = "Неизвестный тип документа. Использованы общие правила.";
 const std::string noNumberWarning = "Отдельное поле номера не найдено. Проверьте все номера документа.";
 const std::string noBirthWarning = "Дата рождения не определена по подписи. Проверьте, что она закрыта.";
-const std::string joinedWarning = "Номер и дата объединены в одну строку: строка скрыта целиком. Проверьте маску.";
+const std::string joinedWarning =
+    "Номер и дата объединены в одну строку: строка скрыта целиком. Проверьте маску.";
 
 } // namespace
 
 TEST(DatePattern, FiveShapesWithoutCalendarChecks) {
-    for (const char* date : {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021", "07 DEC /DÉC 84", "MARCH 7, 2021",
-                             "31.02.2020", "12 АВГ 1974"}) {
+    for (const char* date : {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021",
+                             "07 DEC /DÉC 84", "MARCH 7, 2021", "31.02.2020", "12 АВГ 1974"}) {
         EXPECT_TRUE(FieldDetector::containsDate(date)) << date;
     }
     for (const char* text : {"123.03.2021", "07.13.20211", "AB1234567", "2021", "13/13/2021"}) {
@@ -90,8 +92,8 @@ TEST(LineClassifiers, NumbersAddressesAndNumberedCaptions) {
     EXPECT_TRUE(FieldDetector::looksLikeAddress("12 ST. MARY"));
     // English-speaking addresses: a numbered street with its type unabbreviated or without a dot, and
     // a town line with a state code and postal code; neither without its number.
-    for (const char* line : {"1100 NEW BERN AVE", "122 BURNS CRESCENT", "8 456 BLOOMINGTON AVE", "BIGTOWN, MA, 02801",
-                             "MINNEAPOLIS, MN 55417-1234"}) {
+    for (const char* line : {"1100 NEW BERN AVE", "122 BURNS CRESCENT", "8 456 BLOOMINGTON AVE",
+                             "BIGTOWN, MA, 02801", "MINNEAPOLIS, MN 55417-1234"}) {
         EXPECT_TRUE(FieldDetector::looksLikeAddress(line)) << line;
     }
     for (const char* line : {"NEW BERN AVE", "BIGTOWN MA", "NO AB 12345", "CLASS D 12 RESTR NONE"}) {
@@ -112,30 +114,36 @@ TEST(LineClassifiers, NumbersAddressesAndNumberedCaptions) {
 }
 
 TEST(LineClassifiers, DocumentTypesAndHeadings) {
-    EXPECT_EQ(FieldDetector::documentType(page({{"REPUBLIK ÖSTERREICH", 0, 0, 1, 0.1}, {"REISEPASS", 0, 0.1, 1, 0.1}})),
+    EXPECT_EQ(FieldDetector::documentType(
+                  page({{"REPUBLIK ÖSTERREICH", 0, 0, 1, 0.1}, {"REISEPASS", 0, 0.1, 1, 0.1}})),
               "Паспорт");
     EXPECT_EQ(FieldDetector::documentType(page({{"P<UTOMUSTER<<ERIKA<<<<", 0, 0.8, 1, 0.1}})), "Паспорт");
-    EXPECT_EQ(FieldDetector::documentType(page({{"FÜHRERSCHEIN", 0, 0, 1, 0.1}, {"PASSPORT", 0, 0.1, 1, 0.1}})),
-              "Водительское удостоверение");
+    EXPECT_EQ(
+        FieldDetector::documentType(page({{"FÜHRERSCHEIN", 0, 0, 1, 0.1}, {"PASSPORT", 0, 0.1, 1, 0.1}})),
+        "Водительское удостоверение");
     EXPECT_EQ(FieldDetector::documentType(page({{"Personalausweis", 0, 0, 1, 0.1}})), "ID-карта");
     EXPECT_EQ(FieldDetector::documentType({}), "Тип не определён");
     // A licence whose title was lost: two different numbered fields of 4a to 4d name it; one does not,
     // nor does a 4 that belongs to a word or a number.
-    EXPECT_EQ(FieldDetector::documentType(page({{"4a ISS. 03/18/2018", 0, 0.2, 0.4, 0.1}, {"4d NUMBER", 0.5, 0.2, 0.4, 0.1}})),
+    EXPECT_EQ(FieldDetector::documentType(
+                  page({{"4a ISS. 03/18/2018", 0, 0.2, 0.4, 0.1}, {"4d NUMBER", 0.5, 0.2, 0.4, 0.1}})),
               "Водительское удостоверение");
-    EXPECT_EQ(FieldDetector::documentType(page({{"4d DL# A123", 0, 0.2, 0.4, 0.1}, {"APT 14B", 0, 0.3, 0.4, 0.1}})),
-              "Тип не определён");
+    EXPECT_EQ(
+        FieldDetector::documentType(page({{"4d DL# A123", 0, 0.2, 0.4, 0.1}, {"APT 14B", 0, 0.3, 0.4, 0.1}})),
+        "Тип не определён");
     EXPECT_TRUE(FieldDetector::isHeading("PERSONALAUSWEIS", ""));
     EXPECT_TRUE(FieldDetector::isHeading("Republik Österreich", ""));
     EXPECT_FALSE(FieldDetector::isHeading("ERIKA", ""));
 }
 
 TEST(IdentifierRanges, DigitsLettersAndDates) {
-    EXPECT_EQ(FieldDetector::identifierRanges("NO 1234567 DATE 12.03.1990"), (std::vector<TextRange>{{3, 7}}));
+    EXPECT_EQ(FieldDetector::identifierRanges("NO 1234567 DATE 12.03.1990"),
+              (std::vector<TextRange>{{3, 7}}));
     EXPECT_TRUE(FieldDetector::identifierRanges("AB 12 34 5").empty());
     EXPECT_EQ(FieldDetector::identifierRanges("X-123/45"), (std::vector<TextRange>{{0, 8}}));
     EXPECT_EQ(FieldDetector::identifierRanges("12 34 567890"), (std::vector<TextRange>{{0, 12}}));
-    EXPECT_EQ(FieldDetector::identifierRanges("AB12C A1234 X 1234 ABC1"), (std::vector<TextRange>{{0, 5}, {6, 5}}));
+    EXPECT_EQ(FieldDetector::identifierRanges("AB12C A1234 X 1234 ABC1"),
+              (std::vector<TextRange>{{0, 5}, {6, 5}}));
     // Five digits alone are an identifier, four are not; nor are four characters with two digits.
     EXPECT_EQ(FieldDetector::identifierRanges("ZIP 12345"), (std::vector<TextRange>{{4, 5}}));
     EXPECT_TRUE(FieldDetector::identifierRanges("ROOM 1234").empty());
@@ -151,10 +159,13 @@ TEST(FieldSpans, CutAtCaptionsAndAroundIdentifiers) {
               (std::vector<TextRange>{{0, 12}, {12, 8}, {20, 1}, {21, 13}}));
     EXPECT_EQ(FieldDetector::fieldSpans("4A. 01.02.2020 4B. 01.02.2030", true),
               (std::vector<TextRange>{{0, 15}, {15, 14}}));
-    EXPECT_EQ(FieldDetector::fieldSpans("4A. 01.02.2020 4B. 01.02.2030", false), (std::vector<TextRange>{{0, 29}}));
+    EXPECT_EQ(FieldDetector::fieldSpans("4A. 01.02.2020 4B. 01.02.2030", false),
+              (std::vector<TextRange>{{0, 29}}));
     EXPECT_EQ(FieldDetector::fieldSpans("STRAßE 5 AB123456", false), (std::vector<TextRange>{{0, 17}}));
-    EXPECT_EQ(FieldDetector::fieldSpans("DATE OF BIRTH 12.03.1990", false), (std::vector<TextRange>{{0, 24}}));
-    EXPECT_EQ(FieldDetector::fieldSpans("Фамилия / Surname", false), (std::vector<TextRange>{{0, 10}, {10, 7}}));
+    EXPECT_EQ(FieldDetector::fieldSpans("DATE OF BIRTH 12.03.1990", false),
+              (std::vector<TextRange>{{0, 24}}));
+    EXPECT_EQ(FieldDetector::fieldSpans("Фамилия / Surname", false),
+              (std::vector<TextRange>{{0, 10}, {10, 7}}));
     EXPECT_TRUE(FieldDetector::fieldSpans("", false).empty());
 }
 
@@ -214,19 +225,18 @@ TEST(DetectPages, IdCardFrontWithValuesBesideTheirCaptions) {
     });
     const auto detection = FieldDetector::detect(lines);
     EXPECT_EQ(detection.type, "ID-карта");
-    EXPECT_EQ(flags(lines, detection),
-              (std::vector<Flag>{
-                  {"Surname ", FieldKind::personName, label},
-                  {"DUPONT", FieldKind::personName, nearby},
-                  {"Given name ", FieldKind::personName, label},
-                  {"JEAN PIERRE", FieldKind::personName, nearby},
-                  {"Date of birth ", FieldKind::birthDate, label},
-                  {"01.02.1985", FieldKind::birthDate, nearby},
-                  {"Card No ", FieldKind::number, label},
-                  {"X4RTBPFW4", FieldKind::number, nearby},
-                  {"Date of issue 03.04.2020", FieldKind::issueDate, label},
-                  {"Expiry 03.04.2030", FieldKind::expiryDate, label},
-              }));
+    EXPECT_EQ(flags(lines, detection), (std::vector<Flag>{
+                                           {"Surname ", FieldKind::personName, label},
+                                           {"DUPONT", FieldKind::personName, nearby},
+                                           {"Given name ", FieldKind::personName, label},
+                                           {"JEAN PIERRE", FieldKind::personName, nearby},
+                                           {"Date of birth ", FieldKind::birthDate, label},
+                                           {"01.02.1985", FieldKind::birthDate, nearby},
+                                           {"Card No ", FieldKind::number, label},
+                                           {"X4RTBPFW4", FieldKind::number, nearby},
+                                           {"Date of issue 03.04.2020", FieldKind::issueDate, label},
+                                           {"Expiry 03.04.2030", FieldKind::expiryDate, label},
+                                       }));
 }
 
 TEST(DetectPages, IdCardBackWithAnAddressBlockAndACardZone) {
@@ -252,7 +262,8 @@ TEST(DetectPages, IdCardBackWithAnAddressBlockAndACardZone) {
                   {"7408122F1204159UTO<<<<<<<<<<<6", FieldKind::machineReadable, zone},
                   {"ERIKSSON<<ANNA<MARIA<<<<<<<<<<", FieldKind::machineReadable, zone},
               }));
-    EXPECT_EQ(detection.warnings, (std::vector<std::string>{unknownTypeWarning, noNumberWarning, noBirthWarning}));
+    EXPECT_EQ(detection.warnings,
+              (std::vector<std::string>{unknownTypeWarning, noNumberWarning, noBirthWarning}));
 }
 
 TEST(DetectPages, DrivingLicenceWithNumberedCaptions) {
@@ -301,18 +312,17 @@ TEST(DetectPages, BilingualCaptionsAndNamesBelowThem) {
         {"Г. МОСКВА", 0.35, 0.48, 0.16, 0.04},
     });
     const auto detection = FieldDetector::detect(lines);
-    EXPECT_EQ(flags(lines, detection),
-              (std::vector<Flag>{
-                  {"Фамилия / ", FieldKind::personName, label},
-                  {"Surname", FieldKind::personName, label},
-                  {"ИВАНОВА", FieldKind::personName, nearby},
-                  {"IVANOVA", FieldKind::personName, nearby},
-                  {"Дата рождения / ", FieldKind::birthDate, label},
-                  {"Date of birth", FieldKind::birthDate, label},
-                  {"01.01.1990", FieldKind::birthDate, nearby},
-                  {"Место рождения / Place of birth", FieldKind::birthDate, label},
-                  {"Г. МОСКВА", FieldKind::personName, candidate},
-              }));
+    EXPECT_EQ(flags(lines, detection), (std::vector<Flag>{
+                                           {"Фамилия / ", FieldKind::personName, label},
+                                           {"Surname", FieldKind::personName, label},
+                                           {"ИВАНОВА", FieldKind::personName, nearby},
+                                           {"IVANOVA", FieldKind::personName, nearby},
+                                           {"Дата рождения / ", FieldKind::birthDate, label},
+                                           {"Date of birth", FieldKind::birthDate, label},
+                                           {"01.01.1990", FieldKind::birthDate, nearby},
+                                           {"Место рождения / Place of birth", FieldKind::birthDate, label},
+                                           {"Г. МОСКВА", FieldKind::personName, candidate},
+                                       }));
 }
 
 TEST(DetectPages, PhoneEmailAndUnlabelledValues) {
@@ -326,18 +336,17 @@ TEST(DetectPages, PhoneEmailAndUnlabelledValues) {
         {"UTOPIA", 0.05, 0.50, 0.20, 0.04},
     });
     const auto detection = FieldDetector::detect(lines);
-    EXPECT_EQ(flags(lines, detection),
-              (std::vector<Flag>{
-                  {"Tel. +49 (0)30 1234567", FieldKind::phone, format},
-                  {"anna.muster@example.org", FieldKind::email, format},
-                  {"123456789", FieldKind::phone, format},
-                  {"24.12.2031", FieldKind::uncertain, format},
-                  {"AB1234567", FieldKind::number, format},
-                  {"SPECIMEN", FieldKind::personName, candidate},
-                  {"UTOPIA", FieldKind::personName, candidate},
-              }));
-    EXPECT_EQ(detection.warnings,
-              (std::vector<std::string>{uncertainWarning, lowConfidenceWarning, unknownTypeWarning, noBirthWarning}));
+    EXPECT_EQ(flags(lines, detection), (std::vector<Flag>{
+                                           {"Tel. +49 (0)30 1234567", FieldKind::phone, format},
+                                           {"anna.muster@example.org", FieldKind::email, format},
+                                           {"123456789", FieldKind::phone, format},
+                                           {"24.12.2031", FieldKind::uncertain, format},
+                                           {"AB1234567", FieldKind::number, format},
+                                           {"SPECIMEN", FieldKind::personName, candidate},
+                                           {"UTOPIA", FieldKind::personName, candidate},
+                                       }));
+    EXPECT_EQ(detection.warnings, (std::vector<std::string>{uncertainWarning, lowConfidenceWarning,
+                                                            unknownTypeWarning, noBirthWarning}));
 }
 
 TEST(DetectPages, APhoneNeedsSevenDigits) {
@@ -351,13 +360,15 @@ TEST(DetectPages, APhoneNeedsSevenDigits) {
 }
 
 TEST(DetectPages, NoCaptionsAtAll) {
-    const auto lines = page({{"MARIA", 0.1, 0.1, 0.2, 0.05}, {"Ÿ", 0.1, 0.2, 0.2, 0.05}, {"", 0.1, 0.3, 0.2, 0.05}});
+    const auto lines =
+        page({{"MARIA", 0.1, 0.1, 0.2, 0.05}, {"Ÿ", 0.1, 0.2, 0.2, 0.05}, {"", 0.1, 0.3, 0.2, 0.05}});
     const auto detection = FieldDetector::detect(lines);
     EXPECT_EQ(flags(lines, detection), (std::vector<Flag>{{"MARIA", FieldKind::personName, candidate}}));
     const auto empty = FieldDetector::detect({});
     EXPECT_TRUE(empty.regions.empty());
     EXPECT_EQ(empty.type, "Тип не определён");
-    EXPECT_EQ(empty.warnings, (std::vector<std::string>{unknownTypeWarning, noNumberWarning, noBirthWarning}));
+    EXPECT_EQ(empty.warnings,
+              (std::vector<std::string>{unknownTypeWarning, noNumberWarning, noBirthWarning}));
 }
 
 TEST(DetectRules, NearerCaptionOnTheRowBeatsTheOneAbove) {
@@ -382,16 +393,19 @@ TEST(DetectRules, ZonesAndTheirPieces) {
                              {"L898902C36UTO7408122F12041", 0.05, 0.92, 0.6, 0.05},
                              {"<<<<<10", 0.70, 0.92, 0.2, 0.05}});
     const auto result = flags(lines, FieldDetector::detect(lines));
-    EXPECT_EQ(result, (std::vector<Flag>{{"Surname", FieldKind::personName, label},
-                                         {"P<UTOSPECIMEN<<TEST<<<<<<<<<<<<<<<<<<<<<<<<", FieldKind::machineReadable, zone},
-                                         {"L898902C36UTO7408122F12041", FieldKind::number, format}}));
+    EXPECT_EQ(result, (std::vector<Flag>{
+                          {"Surname", FieldKind::personName, label},
+                          {"P<UTOSPECIMEN<<TEST<<<<<<<<<<<<<<<<<<<<<<<<", FieldKind::machineReadable, zone},
+                          {"L898902C36UTO7408122F12041", FieldKind::number, format}}));
 }
 
 TEST(DetectRules, NumberAndDateOnOneLine) {
-    const auto licence = page({{"DRIVING LICENCE", 0.3, 0.05, 0.4, 0.05}, {"4A. 01.02.2020 AB123456", 0.3, 0.3, 0.4, 0.05}});
+    const auto licence =
+        page({{"DRIVING LICENCE", 0.3, 0.05, 0.4, 0.05}, {"4A. 01.02.2020 AB123456", 0.3, 0.3, 0.4, 0.05}});
     const auto joined = FieldDetector::detect(licence);
-    EXPECT_EQ(flags(licence, joined), (std::vector<Flag>{{"4A. 01.02.2020 AB123456", FieldKind::issueDate, label},
-                                                         {"4A. 01.02.2020 AB123456", FieldKind::number, format}}));
+    EXPECT_EQ(flags(licence, joined),
+              (std::vector<Flag>{{"4A. 01.02.2020 AB123456", FieldKind::issueDate, label},
+                                 {"4A. 01.02.2020 AB123456", FieldKind::number, format}}));
     EXPECT_EQ(std::count(joined.warnings.begin(), joined.warnings.end(), joinedWarning), 1);
     const auto compact = page({{"DATE OF BIRTH 19900312", 0.1, 0.1, 0.4, 0.05}});
     EXPECT_EQ(flags(compact, FieldDetector::detect(compact)),
@@ -420,13 +434,15 @@ TEST(DetectRules, AnAddressBlockGrowsFromItsLastLineNotFromItsCaption) {
                              {"FLAT 4", 0.05, 0.15, 0.20, 0.03},
                              {"BLOCK C", 0.05, 0.20, 0.25, 0.03},
                              {"LONDON", 0.05, 0.25, 0.15, 0.03}});
-    EXPECT_EQ(flags(lines, FieldDetector::detect(lines)), (std::vector<Flag>{{"ADDRESS", FieldKind::address, label},
-                                                                            {"FLAT 4", FieldKind::address, nearby},
-                                                                            {"BLOCK C", FieldKind::address, nearby},
-                                                                            {"LONDON", FieldKind::address, nearby}}));
+    EXPECT_EQ(flags(lines, FieldDetector::detect(lines)),
+              (std::vector<Flag>{{"ADDRESS", FieldKind::address, label},
+                                 {"FLAT 4", FieldKind::address, nearby},
+                                 {"BLOCK C", FieldKind::address, nearby},
+                                 {"LONDON", FieldKind::address, nearby}}));
 }
 
 TEST(DetectRules, ACountryNameAloneIsAHeadingNotAName) {
     const auto lines = page({{"ÖSTERREICH", 0.3, 0.05, 0.4, 0.05}, {"ERIKA", 0.3, 0.5, 0.2, 0.05}});
-    EXPECT_EQ(flags(lines, FieldDetector::detect(lines)), (std::vector<Flag>{{"ERIKA", FieldKind::personName, candidate}}));
+    EXPECT_EQ(flags(lines, FieldDetector::detect(lines)),
+              (std::vector<Flag>{{"ERIKA", FieldKind::personName, candidate}}));
 }

@@ -9,7 +9,9 @@ using FieldLexicon::LabelMatch;
 
 namespace {
 
-std::vector<LabelMatch> matches(std::string_view text) { return FieldLexicon::labelMatches(text); }
+std::vector<LabelMatch> matches(std::string_view text) {
+    return FieldLexicon::labelMatches(text);
+}
 
 } // namespace
 
@@ -27,7 +29,10 @@ TEST(Vocabulary, TwentyEightLanguagesWithTheirCountsOfLabels) {
             perKind[kind] += labels.size();
         }
         titles += v.drivingTitles.size();
-        EXPECT_EQ(v.drivingTitles.size(), v.language == "en" ? 5u : v.language == "es" ? 3u : 1u) << v.language;
+        EXPECT_EQ(v.drivingTitles.size(), v.language == "en"   ? 5u
+                                          : v.language == "es" ? 3u
+                                                               : 1u)
+            << v.language;
     }
     EXPECT_EQ(titles, 34u);
     EXPECT_EQ(perKind[FieldKind::birthDate], 50u);
@@ -43,11 +48,14 @@ TEST(Vocabulary, TwentyEightLanguagesWithTheirCountsOfLabels) {
 }
 
 TEST(Vocabulary, ABrokenLineStopsTheProgramNamingIt) {
-    EXPECT_DEATH(FieldLexicon::parseVocabularies("en^A^B^C^D^E^F^G\nxx^ONLY^THREE"), "3 columns, 8 expected: xx\\^ONLY");
-    EXPECT_DEATH(UnicodeText::compile(u"(?<![\\p{L}\\d])(?:DATE", "FieldLexicon"), "FieldLexicon: pattern does not compile");
+    EXPECT_DEATH(FieldLexicon::parseVocabularies("en^A^B^C^D^E^F^G\nxx^ONLY^THREE"),
+                 "3 columns, 8 expected: xx\\^ONLY");
+    EXPECT_DEATH(UnicodeText::compile(u"(?<![\\p{L}\\d])(?:DATE", "FieldLexicon"),
+                 "FieldLexicon: pattern does not compile");
     // Blank lines and surrounding blanks are allowed.
-    EXPECT_EQ(FieldLexicon::parseVocabularies("\n  en^A^B^C^D^E^F|G^H\t\n").at(0).fields.at(FieldKind::personName),
-              (std::vector<std::string>{"F", "G"}));
+    EXPECT_EQ(
+        FieldLexicon::parseVocabularies("\n  en^A^B^C^D^E^F|G^H\t\n").at(0).fields.at(FieldKind::personName),
+        (std::vector<std::string>{"F", "G"}));
 }
 
 TEST(Normalize, FoldsCaseAndDiacriticsAndUpperCases) {
@@ -61,11 +69,14 @@ TEST(Normalize, FoldsCaseAndDiacriticsAndUpperCases) {
 }
 
 TEST(LabelMatches, CaptionsAndNotTheValuesBesideThem) {
-    EXPECT_EQ(matches("DATE OF BIRTH 01.02.1990"), (std::vector<LabelMatch>{{FieldKind::birthDate, {0, 13}}}));
+    EXPECT_EQ(matches("DATE OF BIRTH 01.02.1990"),
+              (std::vector<LabelMatch>{{FieldKind::birthDate, {0, 13}}}));
     EXPECT_EQ(matches("date de naissance"), (std::vector<LabelMatch>{{FieldKind::birthDate, {0, 17}}}));
-    EXPECT_EQ(matches("Date de délivrance 12/03/2019"), (std::vector<LabelMatch>{{FieldKind::issueDate, {0, 18}}}));
+    EXPECT_EQ(matches("Date de délivrance 12/03/2019"),
+              (std::vector<LabelMatch>{{FieldKind::issueDate, {0, 18}}}));
     EXPECT_EQ(matches("EXPIRY DATE 2030"), (std::vector<LabelMatch>{{FieldKind::expiryDate, {0, 11}}}));
-    EXPECT_EQ(matches("NUMÉRO DU DOCUMENT X4RTBPFW4"), (std::vector<LabelMatch>{{FieldKind::number, {0, 18}}}));
+    EXPECT_EQ(matches("NUMÉRO DU DOCUMENT X4RTBPFW4"),
+              (std::vector<LabelMatch>{{FieldKind::number, {0, 18}}}));
     EXPECT_EQ(matches("VALID UNTIL"), (std::vector<LabelMatch>{{FieldKind::expiryDate, {0, 11}}}));
     EXPECT_EQ(matches("ADRESSE"), (std::vector<LabelMatch>{{FieldKind::address, {0, 7}}}));
     EXPECT_EQ(matches("DATE D’EXPIRATION"), matches("DATE D'EXPIRATION"));
@@ -84,7 +95,8 @@ TEST(LabelMatches, BilingualCaptionsAndNumberedLicenceFields) {
     EXPECT_EQ(matches("Фамилия / Surname"),
               (std::vector<LabelMatch>{{FieldKind::personName, {0, 7}}, {FieldKind::personName, {10, 7}}}));
     EXPECT_EQ(matches("Nom / Surname / Apellidos"),
-              (std::vector<LabelMatch>{{FieldKind::personName, {0, 3}}, {FieldKind::personName, {6, 7}},
+              (std::vector<LabelMatch>{{FieldKind::personName, {0, 3}},
+                                       {FieldKind::personName, {6, 7}},
                                        {FieldKind::personName, {16, 9}}}));
     EXPECT_EQ(matches("ДАТА РОЖДЕНИЯ / DATE OF BIRTH"),
               (std::vector<LabelMatch>{{FieldKind::birthDate, {0, 13}}, {FieldKind::birthDate, {16, 13}}}));

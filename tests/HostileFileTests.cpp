@@ -43,7 +43,8 @@ Outcome survive(const std::function<void()>& work) {
 }
 
 // A PDF written by hand, with the cross-reference table computed from the objects given.
-std::vector<std::uint8_t> rawPdf(const std::vector<std::string>& objects, const std::string& trailerExtra = "") {
+std::vector<std::uint8_t> rawPdf(const std::vector<std::string>& objects,
+                                 const std::string& trailerExtra = "") {
     std::string pdf = "%PDF-1.4\n";
     std::vector<std::size_t> offsets;
     for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -57,8 +58,8 @@ std::vector<std::uint8_t> rawPdf(const std::vector<std::string>& objects, const 
         std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
         pdf += line;
     }
-    pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R " + trailerExtra + ">>\nstartxref\n" +
-           std::to_string(xref) + "\n%%EOF\n";
+    pdf += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R " + trailerExtra +
+           ">>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
     return std::vector<std::uint8_t>(pdf.begin(), pdf.end());
 }
 
@@ -68,7 +69,8 @@ class Hostile : public ::testing::Test {
 protected:
     Outcome pdf(const std::vector<std::uint8_t>& bytes) {
         writeBytes(dir / "hostile.pdf", bytes);
-        return survive([&] { PDFPipeline::process(PDFPipeline::load(dir / "hostile.pdf"), PDFPipeline::pdfPolicy()); });
+        return survive(
+            [&] { PDFPipeline::process(PDFPipeline::load(dir / "hostile.pdf"), PDFPipeline::pdfPolicy()); });
     }
     Outcome photo(const std::vector<std::uint8_t>& bytes, const std::string& name = "hostile.jpg") {
         writeBytes(dir / name, bytes);
@@ -91,13 +93,15 @@ TEST_F(Hostile, PdfObjectsThatReferThemselvesOrNestDeeply) {
     EXPECT_EQ(loop.error, DocumentError::invalidImage);
     expectBounded(loop, "page tree loop");
     // A page whose parent is itself and whose contents refer to themselves.
-    const Outcome selfPage = pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                         "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 200 200] /Contents 3 0 R >>"}));
+    const Outcome selfPage =
+        pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                    "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 200 200] /Contents 3 0 R >>"}));
     expectBounded(selfPage, "self-parented page");
     // Arrays nested 100,000 deep in a page's resources.
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    const Outcome nested = pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                       "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Resources << /X " + deep + " >> >>"}));
+    const Outcome nested = pdf(
+        rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Resources << /X " + deep + " >> >>"}));
     expectBounded(nested, "deep nesting");
     EXPECT_TRUE(dir.entries() == std::vector<std::string>{"hostile.pdf"});
 }
@@ -108,17 +112,19 @@ TEST_F(Hostile, PdfsThatClaimTooMuch) {
                                       "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>"}));
     expectBounded(count, "huge page count");
     // A media box of a billion points a side, and a negative one.
-    const Outcome huge = pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                     "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 1000000000 1000000000] >>"}));
+    const Outcome huge =
+        pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 1000000000 1000000000] >>"}));
     EXPECT_EQ(huge.error, DocumentError::invalidImage);
     expectBounded(huge, "enormous media box");
     const Outcome negative = pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
                                          "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 -500 -500] >>"}));
     expectBounded(negative, "negative media box");
     // A stream whose declared length runs past the end of the file.
-    const Outcome stream = pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                       "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
-                                       "<< /Length 99999999 >>\nstream\nBT ET\nendstream"}));
+    const Outcome stream =
+        pdf(rawPdf({catalog, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
+                    "<< /Length 99999999 >>\nstream\nBT ET\nendstream"}));
     expectBounded(stream, "overlong stream");
 }
 
@@ -126,9 +132,10 @@ TEST_F(Hostile, MalformedExifIsIgnoredNotFatal) {
     const Bitmap image = patterned(64, 48);
     // IFD entries whose offsets and counts point far outside the block.
     std::vector<std::uint8_t> exif{'I', 'I', 42, 0, 8, 0, 0, 0, 3, 0};
-    const std::uint8_t entries[] = {0x12, 0x01, 3, 0, 0xFF, 0xFF, 0xFF, 0x7F, 0xF0, 0xFF, 0xFF, 0x7F,   // orientation
-                                    0x31, 0x01, 2, 0, 0xFF, 0xFF, 0xFF, 0x0F, 0x00, 0x00, 0x00, 0x70,   // software
-                                    0x69, 0x87, 4, 0, 1, 0, 0, 0, 8, 0, 0, 0};                          // loop to IFD0
+    const std::uint8_t entries[] = {
+        0x12, 0x01, 3, 0, 0xFF, 0xFF, 0xFF, 0x7F, 0xF0, 0xFF, 0xFF, 0x7F, // orientation
+        0x31, 0x01, 2, 0, 0xFF, 0xFF, 0xFF, 0x0F, 0x00, 0x00, 0x00, 0x70, // software
+        0x69, 0x87, 4, 0, 1,    0,    0,    0,    8,    0,    0,    0};   // loop to IFD0
     exif.insert(exif.end(), std::begin(entries), std::end(entries));
     exif.insert(exif.end(), {8, 0, 0, 0}); // next IFD: itself
     const Outcome bad = photo(encodeJpeg(image, false, exif));
@@ -147,7 +154,8 @@ TEST_F(Hostile, MalformedExifIsIgnoredNotFatal) {
 TEST_F(Hostile, MalformedHeifBoxes) {
     auto box = [](const char* type, std::vector<std::uint8_t> body, std::uint32_t declared = 0) {
         const std::uint32_t size = declared ? declared : static_cast<std::uint32_t>(body.size() + 8);
-        std::vector<std::uint8_t> out{static_cast<std::uint8_t>(size >> 24), static_cast<std::uint8_t>(size >> 16),
+        std::vector<std::uint8_t> out{static_cast<std::uint8_t>(size >> 24),
+                                      static_cast<std::uint8_t>(size >> 16),
                                       static_cast<std::uint8_t>(size >> 8), static_cast<std::uint8_t>(size)};
         out.insert(out.end(), type, type + 4);
         out.insert(out.end(), body.begin(), body.end());
@@ -172,9 +180,10 @@ TEST_F(Hostile, MalformedHeifBoxes) {
 TEST_F(Hostile, EveryDamagedByteOfAPhotoEndsCleanly) {
     // A small JPEG and PNG with one stretch of bytes overwritten at every place in turn.
     const Bitmap image = patterned(40, 30);
-    const std::vector<std::vector<std::uint8_t>> files{encodeJpeg(image, true),
-                                                       encodePng(image.width, image.height, PNG_COLOR_TYPE_RGB, 8,
-                                                                 std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()))};
+    const std::vector<std::vector<std::uint8_t>> files{
+        encodeJpeg(image, true),
+        encodePng(image.width, image.height, PNG_COLOR_TYPE_RGB, 8,
+                  std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()))};
     for (const auto& original : files) {
         for (std::size_t at = 0; at < original.size(); at += std::max<std::size_t>(1, original.size() / 60)) {
             auto damaged = original;

@@ -43,7 +43,8 @@ Bitmap quadrants(int width, int height) {
         for (int x = 0; x < width; ++x) {
             const Rgb& c = y < height / 2 ? (x < width / 2 ? red : green) : (x < width / 2 ? blue : yellow);
             std::uint8_t* p = image.row(y) + x * 3;
-            p[0] = static_cast<std::uint8_t>(c[0]), p[1] = static_cast<std::uint8_t>(c[1]), p[2] = static_cast<std::uint8_t>(c[2]);
+            p[0] = static_cast<std::uint8_t>(c[0]), p[1] = static_cast<std::uint8_t>(c[1]),
+            p[2] = static_cast<std::uint8_t>(c[2]);
         }
     }
     return image;
@@ -56,14 +57,14 @@ struct Corners {
 // What a viewer shows for each EXIF orientation of the quadrant image.
 const Corners expectedCorners[9] = {
     {},
-    {red, green, blue, yellow},   // 1 as stored
-    {green, red, yellow, blue},   // 2 mirrored left to right
-    {yellow, blue, green, red},   // 3 turned half round
-    {blue, yellow, red, green},   // 4 mirrored top to bottom
-    {red, blue, green, yellow},   // 5 transposed
-    {blue, red, yellow, green},   // 6 turned a quarter clockwise
-    {yellow, green, blue, red},   // 7 transversed
-    {green, yellow, red, blue},   // 8 turned a quarter anticlockwise
+    {red, green, blue, yellow}, // 1 as stored
+    {green, red, yellow, blue}, // 2 mirrored left to right
+    {yellow, blue, green, red}, // 3 turned half round
+    {blue, yellow, red, green}, // 4 mirrored top to bottom
+    {red, blue, green, yellow}, // 5 transposed
+    {blue, red, yellow, green}, // 6 turned a quarter clockwise
+    {yellow, green, blue, red}, // 7 transversed
+    {green, yellow, red, blue}, // 8 turned a quarter anticlockwise
 };
 
 void expectCorners(const Bitmap& image, const Corners& c, const std::string& what) {
@@ -97,12 +98,14 @@ protected:
 
 TEST_F(Load, EveryExifOrientationComesBackUpright) {
     for (int orientation = 1; orientation <= 8; ++orientation) {
-        const auto file = write("o.jpg", encodeJpeg(quadrants(96, 64), false, exifBlock(orientation, std::nullopt)));
+        const auto file =
+            write("o.jpg", encodeJpeg(quadrants(96, 64), false, exifBlock(orientation, std::nullopt)));
         const LoadedDocument document = ImagePipeline::load(file);
         const bool turned = orientation >= 5;
         EXPECT_EQ(document.image.width, turned ? 64 : 96) << orientation;
         EXPECT_EQ(document.image.height, turned ? 96 : 64) << orientation;
-        expectCorners(document.image, expectedCorners[orientation], "JPEG orientation " + std::to_string(orientation));
+        expectCorners(document.image, expectedCorners[orientation],
+                      "JPEG orientation " + std::to_string(orientation));
         EXPECT_FALSE(document.centering.applied);
     }
 }
@@ -110,7 +113,8 @@ TEST_F(Load, EveryExifOrientationComesBackUpright) {
 TEST_F(Load, PngOrientationFromItsExifChunk) {
     const Bitmap image = quadrants(40, 20);
     std::vector<std::uint8_t> samples(image.pixels.begin(), image.pixels.end());
-    const auto file = write("o.png", encodePng(40, 20, PNG_COLOR_TYPE_RGB, 8, samples, exifBlock(6, std::nullopt)));
+    const auto file =
+        write("o.png", encodePng(40, 20, PNG_COLOR_TYPE_RGB, 8, samples, exifBlock(6, std::nullopt)));
     const Bitmap loaded = ImagePipeline::load(file).image;
     ASSERT_EQ(loaded.width, 20);
     expectCorners(loaded, expectedCorners[6], "PNG eXIf 6");
@@ -118,7 +122,8 @@ TEST_F(Load, PngOrientationFromItsExifChunk) {
 
 TEST_F(Load, HeifRotationIsAppliedOnceEvenWhenExifRepeatsIt) {
     // Writers put the turn in the container and repeat it in EXIF for old readers.
-    const auto file = write("turned.heic", encodeHeic({{quadrants(128, 64), 6}}, 0, exifBlock(6, "Camera 1.0")));
+    const auto file =
+        write("turned.heic", encodeHeic({{quadrants(128, 64), 6}}, 0, exifBlock(6, "Camera 1.0")));
     const LoadedDocument document = ImagePipeline::load(file);
     ASSERT_EQ(document.image.width, 64);
     ASSERT_EQ(document.image.height, 128);
@@ -138,18 +143,26 @@ TEST_F(Load, MultiImageHeicGivesThePrimaryImage) {
 
 TEST_F(Load, PngColourTypesAndDepthsDecodeToTheSameColours) {
     // Grey 8-bit.
-    EXPECT_EQ(pixel(ImagePipeline::load(write("g.png", encodePng(2, 1, PNG_COLOR_TYPE_GRAY, 8, {0, 200}))).image, 1, 0),
-              (Rgb{200, 200, 200}));
+    EXPECT_EQ(
+        pixel(ImagePipeline::load(write("g.png", encodePng(2, 1, PNG_COLOR_TYPE_GRAY, 8, {0, 200}))).image, 1,
+              0),
+        (Rgb{200, 200, 200}));
     // 16-bit RGB: the high byte decides.
     const std::vector<std::uint8_t> deep{0x12, 0x34, 0xAB, 0xCD, 0xFF, 0xFF};
-    EXPECT_EQ(pixel(ImagePipeline::load(write("d.png", encodePng(1, 1, PNG_COLOR_TYPE_RGB, 16, deep))).image, 0, 0),
-              (Rgb{0x12, 0xAB, 0xFF}));
+    EXPECT_EQ(
+        pixel(ImagePipeline::load(write("d.png", encodePng(1, 1, PNG_COLOR_TYPE_RGB, 16, deep))).image, 0, 0),
+        (Rgb{0x12, 0xAB, 0xFF}));
     // Palette.
-    EXPECT_EQ(pixel(ImagePipeline::load(write("p.png", encodePng(2, 1, PNG_COLOR_TYPE_PALETTE, 8, {2, 1}))).image, 0, 0),
-              (Rgb{0, 0, 255}));
+    EXPECT_EQ(
+        pixel(ImagePipeline::load(write("p.png", encodePng(2, 1, PNG_COLOR_TYPE_PALETTE, 8, {2, 1}))).image,
+              0, 0),
+        (Rgb{0, 0, 255}));
     // Grey with half alpha over white.
-    EXPECT_EQ(pixel(ImagePipeline::load(write("ga.png", encodePng(1, 1, PNG_COLOR_TYPE_GRAY_ALPHA, 8, {0, 128}))).image, 0, 0),
-              (Rgb{127, 127, 127}));
+    EXPECT_EQ(
+        pixel(ImagePipeline::load(write("ga.png", encodePng(1, 1, PNG_COLOR_TYPE_GRAY_ALPHA, 8, {0, 128})))
+                  .image,
+              0, 0),
+        (Rgb{127, 127, 127}));
 }
 
 TEST_F(Load, ProgressiveAndAdobeCmykJpegs) {
@@ -163,25 +176,33 @@ TEST_F(Load, ProgressiveAndAdobeCmykJpegs) {
 TEST_F(Load, TheContentDecidesTheTypeNotTheName) {
     const Bitmap image = quadrants(32, 32);
     std::vector<std::uint8_t> samples(image.pixels.begin(), image.pixels.end());
-    EXPECT_EQ(ImagePipeline::load(write("photo.jpg", encodePng(32, 32, PNG_COLOR_TYPE_RGB, 8, samples))).image, image);
+    EXPECT_EQ(
+        ImagePipeline::load(write("photo.jpg", encodePng(32, 32, PNG_COLOR_TYPE_RGB, 8, samples))).image,
+        image);
     const std::vector<std::uint8_t> gif{'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0, 0, 0, ';'};
     EXPECT_EQ(loadError(write("photo.png", gif)), DocumentError::invalidImage);
     const std::string text = "hello, this is not a photo";
-    EXPECT_EQ(loadError(write("text.jpg", std::vector<std::uint8_t>(text.begin(), text.end()))), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(write("text.jpg", std::vector<std::uint8_t>(text.begin(), text.end()))),
+              DocumentError::invalidImage);
     EXPECT_EQ(loadError(write("empty.jpg", std::vector<std::uint8_t>{})), DocumentError::invalidImage);
 }
 
 TEST_F(Load, SoftwareComesOnlyFromTheTiffBlockAsText) {
-    const auto edited = write("e.jpg", encodeJpeg(quadrants(32, 32), false, exifBlock(1, "Adobe Photoshop 25.0 (Macintosh)")));
+    const auto edited = write(
+        "e.jpg", encodeJpeg(quadrants(32, 32), false, exifBlock(1, "Adobe Photoshop 25.0 (Macintosh)")));
     EXPECT_EQ(ImagePipeline::load(edited).software, "Adobe Photoshop 25.0 (Macintosh)");
     EXPECT_EQ(ImagePipeline::load(write("plain.jpg", encodeJpeg(quadrants(32, 32)))).software, std::nullopt);
-    EXPECT_EQ(ImagePipeline::load(write("short.jpg", encodeJpeg(quadrants(32, 32), false, exifBlock(1, "Gx")))).software, "Gx");
+    EXPECT_EQ(
+        ImagePipeline::load(write("short.jpg", encodeJpeg(quadrants(32, 32), false, exifBlock(1, "Gx"))))
+            .software,
+        "Gx");
 }
 
 TEST_F(Load, FileSizeLimitIsEightyMebibytes) {
     // Bytes after IEND are ignored by PNG readers, so padding makes a valid file of any size.
     const Bitmap image = quadrants(8, 8);
-    const auto png = encodePng(8, 8, PNG_COLOR_TYPE_RGB, 8, std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()));
+    const auto png = encodePng(8, 8, PNG_COLOR_TYPE_RGB, 8,
+                               std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()));
     const auto file = write("big.png", png);
     ASSERT_EQ(::truncate(file.c_str(), 83886080), 0);
     EXPECT_EQ(ImagePipeline::load(file).image.width, 8);
@@ -218,8 +239,9 @@ TEST_F(Load, ADecompressionBombIsRefusedAtOnceWithLittleMemory) {
 TEST_F(Load, TheLargestAcceptedImageLoads) {
     // 20,000 x 2,500 is exactly 50,000,000 pixels.
     const Bitmap wide(20000, 2500, 200);
-    const auto file = write("wide.png", encodePng(20000, 2500, PNG_COLOR_TYPE_RGB, 8,
-                                                  std::vector<std::uint8_t>(wide.pixels.begin(), wide.pixels.end())));
+    const auto file =
+        write("wide.png", encodePng(20000, 2500, PNG_COLOR_TYPE_RGB, 8,
+                                    std::vector<std::uint8_t>(wide.pixels.begin(), wide.pixels.end())));
     const LoadedDocument document = ImagePipeline::load(file);
     EXPECT_EQ(document.image.width, 20000);
     EXPECT_EQ(document.image.height, 2500);
@@ -228,11 +250,14 @@ TEST_F(Load, TheLargestAcceptedImageLoads) {
 TEST_F(Load, DamagedFilesAreUnreadableImages) {
     const Bitmap image = quadrants(64, 64);
     const auto jpeg = encodeJpeg(image);
-    EXPECT_EQ(loadError(write("cut.jpg", std::span(jpeg).first(jpeg.size() / 2))), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(write("cut.jpg", std::span(jpeg).first(jpeg.size() / 2))),
+              DocumentError::invalidImage);
     EXPECT_EQ(loadError(write("head.jpg", std::span(jpeg).first(40))), DocumentError::invalidImage);
 
-    auto png = encodePng(64, 64, PNG_COLOR_TYPE_RGB, 8, std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()));
-    EXPECT_EQ(loadError(write("cut.png", std::span(png).first(png.size() - 30))), DocumentError::invalidImage);
+    auto png = encodePng(64, 64, PNG_COLOR_TYPE_RGB, 8,
+                         std::vector<std::uint8_t>(image.pixels.begin(), image.pixels.end()));
+    EXPECT_EQ(loadError(write("cut.png", std::span(png).first(png.size() - 30))),
+              DocumentError::invalidImage);
     // Flip one byte inside the image data: the chunk's CRC no longer matches.
     for (std::size_t i = 8; i + 8 < png.size(); ++i) {
         if (std::memcmp(png.data() + i, "IDAT", 4) == 0) {
@@ -243,11 +268,12 @@ TEST_F(Load, DamagedFilesAreUnreadableImages) {
     EXPECT_EQ(loadError(write("crc.png", png)), DocumentError::invalidImage);
 
     // An ISO media file that says it is HEIC but holds no image.
-    const std::vector<std::uint8_t> ftyp{0, 0, 0, 24, 'f', 't', 'y', 'p', 'h', 'e', 'i', 'c', 0, 0, 0, 0,
-                                         'm', 'i', 'f', '1', 'h', 'e', 'i', 'c'};
+    const std::vector<std::uint8_t> ftyp{0, 0, 0, 24, 'f', 't', 'y', 'p', 'h', 'e', 'i', 'c',
+                                         0, 0, 0, 0,  'm', 'i', 'f', '1', 'h', 'e', 'i', 'c'};
     EXPECT_EQ(loadError(write("empty.heic", ftyp)), DocumentError::invalidImage);
     auto heic = encodeHeic({{image, 1}});
-    EXPECT_EQ(loadError(write("cut.heic", std::span(heic).first(heic.size() / 2))), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(write("cut.heic", std::span(heic).first(heic.size() / 2))),
+              DocumentError::invalidImage);
 }
 
 TEST_F(Load, FoldersAndFileSystemErrors) {

@@ -96,11 +96,13 @@ TEST(MachineZone, TheVisualPartRepeatsTheHoldersValues) {
     const MachineZone::Holder h = MachineZone::holder(td3);
     auto kind = [&](const char* line) { return MachineZone::repeated(h, line); };
     // Numbers, misread by a character or two, in Cyrillic or Greek look-alikes, behind a caption.
-    for (const char* line : {"L898902C3", "L8989O2C3", "Passport No. L89B902C3", "ΖΕ 184226 В", "ZE 184226 8"}) {
+    for (const char* line :
+         {"L898902C3", "L8989O2C3", "Passport No. L89B902C3", "ΖΕ 184226 В", "ZE 184226 8"}) {
         EXPECT_EQ(kind(line), FieldKind::number) << line;
     }
     // Dates in the usual forms; the issue date, which the zone does not hold, is not taken.
-    for (const char* line : {"12 AUG/AOUT 74", "12 AUG /AOÛT 1974", "12.08.1974", "740812", "12081974", "1974-08-12"}) {
+    for (const char* line :
+         {"12 AUG/AOUT 74", "12 AUG /AOÛT 1974", "12.08.1974", "740812", "12081974", "1974-08-12"}) {
         EXPECT_EQ(kind(line), FieldKind::birthDate) << line;
     }
     EXPECT_EQ(kind("15 APR/AVR 12"), FieldKind::expiryDate);

@@ -19,8 +19,9 @@ protected:
     PdfRun process(const std::vector<TestPage>& pages, const TestPdfOptions& options = {}) {
         writeBytes(dir / "in.pdf", makePdf(pages, options));
         PdfRun run;
-        ProcessedPDF processed = PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), PDFPipeline::pdfPolicy(), {},
-                                                      [&](PDFPageResult&& page) { run.pages.push_back(std::move(page)); });
+        ProcessedPDF processed =
+            PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), PDFPipeline::pdfPolicy(), {},
+                                 [&](PDFPageResult&& page) { run.pages.push_back(std::move(page)); });
         EXPECT_EQ(processed.pages.size(), run.pages.size());
         for (std::size_t i = 0; i < std::min(processed.pages.size(), run.pages.size()); ++i) {
             EXPECT_EQ(processed.pages[i].regions.size(), run.pages[i].analysis.regions.size());
@@ -47,7 +48,8 @@ protected:
 
 TEST_F(PdfPipeline, PageSizesFollowTheClampedScale) {
     // A4 renders at 2 pixels a point, letter too; a 2000 x 3000 point page at 1.
-    const PdfRun pdf = process({TestPage{0, 0, 595, 842, {}}, TestPage{0, 0, 612, 792, {}}, TestPage{0, 0, 2000, 3000, {}}});
+    const PdfRun pdf =
+        process({TestPage{0, 0, 595, 842, {}}, TestPage{0, 0, 612, 792, {}}, TestPage{0, 0, 2000, 3000, {}}});
     ASSERT_EQ(pdf.pages.size(), 3u);
     EXPECT_EQ(pdf.pages[0].original.width, 1190);
     EXPECT_EQ(pdf.pages[0].original.height, 1684);
@@ -59,7 +61,8 @@ TEST_F(PdfPipeline, PageSizesFollowTheClampedScale) {
         EXPECT_EQ(pdf.pages[i].index, i);
     }
     const PdfFacts facts = inspectPdf(pdf.data);
-    EXPECT_EQ(facts.pageSizes, (std::vector<std::pair<double, double>>{{1190, 1684}, {1224, 1584}, {2000, 3000}}));
+    EXPECT_EQ(facts.pageSizes,
+              (std::vector<std::pair<double, double>>{{1190, 1684}, {1224, 1584}, {2000, 3000}}));
 }
 
 TEST_F(PdfPipeline, APageTooLargeForItsScaleIsRenderedSmaller) {
@@ -72,7 +75,8 @@ TEST_F(PdfPipeline, APageTooLargeForItsScaleIsRenderedSmaller) {
 }
 
 TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
-    const PdfRun pdf = process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
+    const PdfRun pdf =
+        process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
     const PdfFacts facts = inspectPdf(pdf.data);
     EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
     EXPECT_EQ(facts.creator, "Quorvel");
@@ -82,7 +86,8 @@ TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
     EXPECT_EQ(facts.text.find("SECRETWORD"), std::string::npos);
     EXPECT_EQ(facts.text.find("X4RTBPFW4"), std::string::npos);
     const std::string raw(pdf.data.begin(), pdf.data.end());
-    for (const char* leak : {"SECRETWORD", "Claire", "TestProducer", "2024", "Helvetica", "/Producer", "/CreationDate"}) {
+    for (const char* leak :
+         {"SECRETWORD", "Claire", "TestProducer", "2024", "Helvetica", "/Producer", "/CreationDate"}) {
         EXPECT_EQ(raw.find(leak), std::string::npos) << leak;
     }
     // The page itself was recognised, and the identifier on it masked.
@@ -104,7 +109,8 @@ TEST_F(PdfPipeline, BadFilesAreUnreadableImages) {
     const std::string text = "this is not a PDF at all";
     EXPECT_EQ(loadError(std::vector<std::uint8_t>(text.begin(), text.end())), DocumentError::invalidImage);
     const auto good = makePdf({TestPage{}});
-    EXPECT_EQ(loadError(std::vector<std::uint8_t>(good.begin(), good.begin() + good.size() / 3)), DocumentError::invalidImage);
+    EXPECT_EQ(loadError(std::vector<std::uint8_t>(good.begin(), good.begin() + good.size() / 3)),
+              DocumentError::invalidImage);
     EXPECT_EQ(loadError(makePdf({})), DocumentError::invalidImage);
     EXPECT_EQ(loadError(makePdf({TestPage{}}, TestPdfOptions{true, "secret"})), DocumentError::invalidImage);
     EXPECT_EQ(loadError(makePdf({TestPage{0, 0, 0, 842, {}}})), DocumentError::invalidImage);

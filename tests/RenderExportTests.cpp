@@ -34,25 +34,28 @@ TEST(Render, PaddingFollowsTheHeightOnlyAndRoundsOutward) {
     // 0.004 x 500 = 2 is raised to 3; 1000 gives 4; 4000 gives 16 whatever the width.
     for (const Case c : {Case{800, 500, 3}, Case{300, 1000, 4}, Case{200, 4000, 16}}) {
         const Bitmap image = patterned(c.width, c.height);
-        const Bitmap out = ImagePipeline::render(image, {region(FieldKind::number, Rect{0.5, 0.5, 0.1, 0.1})}, defaults);
+        const Bitmap out =
+            ImagePipeline::render(image, {region(FieldKind::number, Rect{0.5, 0.5, 0.1, 0.1})}, defaults);
         const auto box = blackBox(out);
         ASSERT_TRUE(box);
         const int x0 = c.width / 2, y0 = c.height / 2;
-        const int x1 = static_cast<int>(std::ceil(0.6 * c.width)), y1 = static_cast<int>(std::ceil(0.6 * c.height));
+        const int x1 = static_cast<int>(std::ceil(0.6 * c.width)),
+                  y1 = static_cast<int>(std::ceil(0.6 * c.height));
         EXPECT_EQ(*box, (Box{x0 - c.padding, y0 - c.padding, x1 + c.padding, y1 + c.padding})) << c.height;
     }
 }
 
 TEST(Render, FractionalEdgesRoundOutward) {
     // 0.1234 x 1000 = 123.4 minus padding 4 = 119.4, floored to 119; 0.2 x 1000 + 4 = 204, kept.
-    const Bitmap out =
-        ImagePipeline::render(patterned(1000, 1000), {region(FieldKind::number, Rect{0.1234, 0.1, 0.0766, 0.05})}, defaults);
+    const Bitmap out = ImagePipeline::render(
+        patterned(1000, 1000), {region(FieldKind::number, Rect{0.1234, 0.1, 0.0766, 0.05})}, defaults);
     EXPECT_EQ(*blackBox(out), (Box{119, 96, 204, 154}));
 }
 
 TEST(Render, MasksArePureBlackWithHardEdgesAndTheRestIsUntouched) {
     const Bitmap image = patterned(640, 480);
-    const Bitmap out = ImagePipeline::render(image, {region(FieldKind::address, Rect{0.25, 0.25, 0.5, 0.5})}, defaults);
+    const Bitmap out =
+        ImagePipeline::render(image, {region(FieldKind::address, Rect{0.25, 0.25, 0.5, 0.5})}, defaults);
     const Box box = *blackBox(out);
     EXPECT_EQ(blackPixels(out), static_cast<std::size_t>((box.x1 - box.x0) * (box.y1 - box.y0)));
     for (int y = 0; y < out.height; ++y) {
@@ -68,14 +71,16 @@ TEST(Render, MasksArePureBlackWithHardEdgesAndTheRestIsUntouched) {
 
 TEST(Render, EachSwitchAloneHidesItsOwnKindOnly) {
     const Bitmap image = patterned(200, 200);
-    const std::vector<FieldKind> kinds{FieldKind::face, FieldKind::issueDate, FieldKind::expiryDate, FieldKind::personName};
+    const std::vector<FieldKind> kinds{FieldKind::face, FieldKind::issueDate, FieldKind::expiryDate,
+                                       FieldKind::personName};
     std::vector<RedactionRegion> regions;
     for (std::size_t i = 0; i < kinds.size(); ++i) {
         regions.push_back(region(kinds[i], Rect{0.05 + 0.24 * static_cast<double>(i), 0.4, 0.1, 0.1}));
     }
     for (std::size_t on = 0; on < kinds.size(); ++on) {
         RedactionPolicy policy;
-        bool* switches[] = {&policy.hideFace, &policy.hideIssueDate, &policy.hideExpiryDate, &policy.hidePersonName};
+        bool* switches[] = {&policy.hideFace, &policy.hideIssueDate, &policy.hideExpiryDate,
+                            &policy.hidePersonName};
         *switches[on] = true;
         const Bitmap out = ImagePipeline::render(image, regions, policy);
         for (std::size_t i = 0; i < kinds.size(); ++i) {
@@ -87,13 +92,14 @@ TEST(Render, EachSwitchAloneHidesItsOwnKindOnly) {
 }
 
 TEST(Render, TopOfTheNormalisedSpaceIsTheTopOfThePicture) {
-    const Bitmap out = ImagePipeline::render(patterned(400, 500), {region(FieldKind::number, Rect{0, 0, 1, 0.1})}, defaults);
+    const Bitmap out =
+        ImagePipeline::render(patterned(400, 500), {region(FieldKind::number, Rect{0, 0, 1, 0.1})}, defaults);
     EXPECT_EQ(*blackBox(out), (Box{0, 0, 400, 53}));
 }
 
 TEST(Render, RegionsAreClippedToTheImageBeforePadding) {
-    const Bitmap out =
-        ImagePipeline::render(patterned(1000, 1000), {region(FieldKind::number, Rect{0.9, 0.9, 0.5, 0.5})}, defaults);
+    const Bitmap out = ImagePipeline::render(patterned(1000, 1000),
+                                             {region(FieldKind::number, Rect{0.9, 0.9, 0.5, 0.5})}, defaults);
     EXPECT_EQ(*blackBox(out), (Box{896, 896, 1000, 1000}));
 }
 
@@ -101,8 +107,10 @@ TEST(Render, EmptyOutsideAndNonFiniteRegionsPaintNothing) {
     const Bitmap image = patterned(300, 300);
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const std::vector<RedactionRegion> regions{
-        region(FieldKind::number, Rect{1.2, 0.1, 0.3, 0.3}),  region(FieldKind::number, Rect{0.2, 0.2, 0, 0.3}),
-        region(FieldKind::number, Rect{-0.5, 0.1, 0.5, 0.3}), region(FieldKind::number, Rect{nan, 0.1, 0.2, 0.2}),
+        region(FieldKind::number, Rect{1.2, 0.1, 0.3, 0.3}),
+        region(FieldKind::number, Rect{0.2, 0.2, 0, 0.3}),
+        region(FieldKind::number, Rect{-0.5, 0.1, 0.5, 0.3}),
+        region(FieldKind::number, Rect{nan, 0.1, 0.2, 0.2}),
         region(FieldKind::number, Rect{0.1, 0.1, 0.2, nan}),
     };
     EXPECT_EQ(ImagePipeline::render(image, regions, defaults), image);
@@ -111,12 +119,16 @@ TEST(Render, EmptyOutsideAndNonFiniteRegionsPaintNothing) {
 TEST(Render, PolicyDecidesOptionalKindsAndUncertainOrManualAlwaysPaint) {
     const Bitmap image = patterned(200, 200);
     const Rect rect{0.4, 0.4, 0.2, 0.2};
-    for (FieldKind kind : {FieldKind::face, FieldKind::issueDate, FieldKind::expiryDate, FieldKind::personName}) {
+    for (FieldKind kind :
+         {FieldKind::face, FieldKind::issueDate, FieldKind::expiryDate, FieldKind::personName}) {
         EXPECT_EQ(ImagePipeline::render(image, {region(kind, rect)}, defaults), image) << rawValue(kind);
-        EXPECT_NE(ImagePipeline::render(image, {region(kind, rect)}, RedactionPolicy{true, true, true, true}), image);
+        EXPECT_NE(ImagePipeline::render(image, {region(kind, rect)}, RedactionPolicy{true, true, true, true}),
+                  image);
     }
-    for (FieldKind kind : {FieldKind::uncertain, FieldKind::manual, FieldKind::machineReadable, FieldKind::email}) {
-        EXPECT_GT(blackPixels(ImagePipeline::render(image, {region(kind, rect)}, defaults)), 0u) << rawValue(kind);
+    for (FieldKind kind :
+         {FieldKind::uncertain, FieldKind::manual, FieldKind::machineReadable, FieldKind::email}) {
+        EXPECT_GT(blackPixels(ImagePipeline::render(image, {region(kind, rect)}, defaults)), 0u)
+            << rawValue(kind);
     }
 }
 
@@ -126,7 +138,8 @@ protected:
 };
 
 TEST_F(Export, WritesOnlyTheChunksAnImageNeedsAndDecodesToTheSamePixels) {
-    const Bitmap image = ImagePipeline::render(patterned(123, 77), {region(FieldKind::number, Rect{0.1, 0.1, 0.3, 0.3})}, defaults);
+    const Bitmap image = ImagePipeline::render(
+        patterned(123, 77), {region(FieldKind::number, Rect{0.1, 0.1, 0.3, 0.3})}, defaults);
     ImagePipeline::exportPNG(image, dir / "out.png");
     const auto bytes = readBytes(dir / "out.png");
     EXPECT_EQ(pngChunks(bytes), (std::vector<std::string>{"IHDR", "IDAT", "IEND"}));
@@ -145,8 +158,10 @@ TEST_F(Export, TransparencyComesOutWhite) {
     const Bitmap loaded = ImagePipeline::load(dir / "alpha.png").image;
     ImagePipeline::exportPNG(ImagePipeline::render(loaded, {}, defaults), dir / "out.png");
     const Bitmap out = ImagePipeline::load(dir / "out.png").image;
-    EXPECT_EQ(std::vector<std::uint8_t>(out.at(0, 0), out.at(0, 0) + 3), (std::vector<std::uint8_t>{0, 0, 255}));
-    EXPECT_EQ(std::vector<std::uint8_t>(out.at(3, 3), out.at(3, 3) + 3), (std::vector<std::uint8_t>{255, 255, 255}));
+    EXPECT_EQ(std::vector<std::uint8_t>(out.at(0, 0), out.at(0, 0) + 3),
+              (std::vector<std::uint8_t>{0, 0, 255}));
+    EXPECT_EQ(std::vector<std::uint8_t>(out.at(3, 3), out.at(3, 3) + 3),
+              (std::vector<std::uint8_t>{255, 255, 255}));
 }
 
 TEST_F(Export, TransparencyByATransparentColourComesOutWhiteInEveryColourType) {
@@ -168,7 +183,8 @@ TEST_F(Export, TransparencyByATransparentColourComesOutWhiteInEveryColourType) {
         ImagePipeline::exportPNG(ImagePipeline::render(loaded, {}, defaults), dir / "out.png");
         const Bitmap out = ImagePipeline::load(dir / "out.png").image;
         EXPECT_EQ(std::vector<std::uint8_t>(out.at(0, 0), out.at(0, 0) + 3), c.firstPixel) << c.name;
-        EXPECT_EQ(std::vector<std::uint8_t>(out.at(1, 0), out.at(1, 0) + 3), (std::vector<std::uint8_t>{255, 255, 255}))
+        EXPECT_EQ(std::vector<std::uint8_t>(out.at(1, 0), out.at(1, 0) + 3),
+                  (std::vector<std::uint8_t>{255, 255, 255}))
             << c.name;
     }
     // The half-transparent green of the palette lies between green and white.

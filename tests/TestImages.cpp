@@ -81,7 +81,8 @@ void appendToVector(png_structp png, png_bytep data, png_size_t length) {
 } // namespace
 
 std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bitDepth,
-                                    const std::vector<std::uint8_t>& samples, const std::vector<std::uint8_t>& exif,
+                                    const std::vector<std::uint8_t>& samples,
+                                    const std::vector<std::uint8_t>& exif,
                                     const std::vector<std::uint8_t>& transparent) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
@@ -91,8 +92,8 @@ std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bi
         throw std::runtime_error("test PNG encoding failed");
     }
     png_set_write_fn(png, &out, appendToVector, nullptr);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bitDepth, colorType,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bitDepth,
+                 colorType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
     if (colorType == PNG_COLOR_TYPE_PALETTE) {
         png_color palette[4] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
         png_set_PLTE(png, info, palette, 4);
@@ -144,7 +145,8 @@ struct JpegWriter {
 
 } // namespace
 
-std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive, const std::vector<std::uint8_t>& exif) {
+std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive,
+                                     const std::vector<std::uint8_t>& exif) {
     JpegWriter w;
     w.info.image_width = static_cast<JDIMENSION>(image.width);
     w.info.image_height = static_cast<JDIMENSION>(image.height);
@@ -169,8 +171,8 @@ std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive, cons
     return w.bytes();
 }
 
-std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_t c, std::uint8_t m, std::uint8_t y,
-                                              std::uint8_t k) {
+std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_t c, std::uint8_t m,
+                                              std::uint8_t y, std::uint8_t k) {
     JpegWriter w;
     w.info.image_width = static_cast<JDIMENSION>(width);
     w.info.image_height = static_cast<JDIMENSION>(height);
@@ -267,11 +269,13 @@ std::vector<std::uint8_t> encodeHeic(const std::vector<HeicImage>& images, std::
         heif_image* image = nullptr;
         heifCheck(heif_image_create(source.pixels.width, source.pixels.height, heif_colorspace_RGB,
                                     heif_chroma_interleaved_RGB, &image));
-        heifCheck(heif_image_add_plane(image, heif_channel_interleaved, source.pixels.width, source.pixels.height, 8));
+        heifCheck(heif_image_add_plane(image, heif_channel_interleaved, source.pixels.width,
+                                       source.pixels.height, 8));
         int stride = 0;
         std::uint8_t* plane = heif_image_get_plane(image, heif_channel_interleaved, &stride);
         for (int y = 0; y < source.pixels.height; ++y) {
-            std::memcpy(plane + static_cast<std::size_t>(y) * stride, source.pixels.row(y), source.pixels.rowBytes());
+            std::memcpy(plane + static_cast<std::size_t>(y) * stride, source.pixels.row(y),
+                        source.pixels.rowBytes());
         }
         heif_encoding_options* options = heif_encoding_options_alloc();
         options->image_orientation = static_cast<heif_orientation>(source.orientation);
@@ -283,7 +287,8 @@ std::vector<std::uint8_t> encodeHeic(const std::vector<HeicImage>& images, std::
     }
     heifCheck(heif_context_set_primary_image(context, handles.at(primary)));
     if (!exif.empty()) {
-        heifCheck(heif_context_add_exif_metadata(context, handles.at(primary), exif.data(), static_cast<int>(exif.size())));
+        heifCheck(heif_context_add_exif_metadata(context, handles.at(primary), exif.data(),
+                                                 static_cast<int>(exif.size())));
     }
     std::vector<std::uint8_t> out;
     heif_writer writer{1, appendHeif};
@@ -354,7 +359,8 @@ TempDir::TempDir() {
 
 TempDir::~TempDir() {
     std::error_code ignored;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add,
+                                 ignored);
     std::filesystem::remove_all(path_, ignored);
 }
 

@@ -16,8 +16,8 @@ std::vector<std::uint8_t> makePdf(const std::vector<TestPage>& pages, const Test
     QPDF pdf;
     pdf.emptyPDF();
     QPDFPageDocumentHelper helper(pdf);
-    QPDFObjectHandle font = pdf.makeIndirectObject(
-        QPDFObjectHandle::parse("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding /WinAnsiEncoding >>"));
+    QPDFObjectHandle font = pdf.makeIndirectObject(QPDFObjectHandle::parse(
+        "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding /WinAnsiEncoding >>"));
     for (const TestPage& p : pages) {
         std::string content;
         if (p.blackCornerSquare) {
@@ -25,12 +25,14 @@ std::vector<std::uint8_t> makePdf(const std::vector<TestPage>& pages, const Test
         }
         double y = p.y + p.height - 80;
         for (const std::string& line : p.lines) {
-            content += "BT /F1 28 Tf " + std::to_string(p.x + 60) + " " + std::to_string(y) + " Td (" + line + ") Tj ET\n";
+            content += "BT /F1 28 Tf " + std::to_string(p.x + 60) + " " + std::to_string(y) + " Td (" + line +
+                       ") Tj ET\n";
             y -= 48;
         }
-        QPDFObjectHandle page = pdf.makeIndirectObject(QPDFObjectHandle::parse(
-            "<< /Type /Page /MediaBox [" + std::to_string(p.x) + " " + std::to_string(p.y) + " " +
-            std::to_string(p.x + p.width) + " " + std::to_string(p.y + p.height) + "] /Resources << /Font << >> >> >>"));
+        QPDFObjectHandle page = pdf.makeIndirectObject(
+            QPDFObjectHandle::parse("<< /Type /Page /MediaBox [" + std::to_string(p.x) + " " +
+                                    std::to_string(p.y) + " " + std::to_string(p.x + p.width) + " " +
+                                    std::to_string(p.y + p.height) + "] /Resources << /Font << >> >> >>"));
         page.getKey("/Resources").getKey("/Font").replaceKey("/F1", font);
         page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, content));
         helper.addPage(QPDFPageObjectHelper(page), false);
@@ -41,7 +43,8 @@ std::vector<std::uint8_t> makePdf(const std::vector<TestPage>& pages, const Test
             "/CreationDate (D:20240101120000Z) /ModDate (D:20240102120000Z) >>"));
         pdf.getTrailer().replaceKey("/Info", info);
         QPDFObjectHandle xmp = QPDFObjectHandle::newStream(
-            &pdf, "<?xpacket begin=''?><x:xmpmeta xmlns:x='adobe:ns:meta/'>Claire Martin</x:xmpmeta><?xpacket end='w'?>");
+            &pdf, "<?xpacket begin=''?><x:xmpmeta xmlns:x='adobe:ns:meta/'>Claire "
+                  "Martin</x:xmpmeta><?xpacket end='w'?>");
         xmp.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
         xmp.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));
         pdf.getRoot().replaceKey("/Metadata", xmp);
@@ -49,8 +52,8 @@ std::vector<std::uint8_t> makePdf(const std::vector<TestPage>& pages, const Test
     QPDFWriter writer(pdf);
     writer.setOutputMemory();
     if (!options.userPassword.empty()) {
-        writer.setR6EncryptionParameters(options.userPassword.c_str(), "owner", true, true, true, true, true, true,
-                                         qpdf_r3p_full, true);
+        writer.setR6EncryptionParameters(options.userPassword.c_str(), "owner", true, true, true, true, true,
+                                         true, qpdf_r3p_full, true);
     }
     writer.write();
     const auto buffer = writer.getBufferSharedPointer();
@@ -63,8 +66,9 @@ PdfFacts inspectPdf(const std::vector<std::uint8_t>& bytes) {
     pdf.processMemoryFile("output", reinterpret_cast<const char*>(bytes.data()), bytes.size());
     for (QPDFObjectHandle page : pdf.getAllPages()) {
         QPDFObjectHandle box = page.getKey("/MediaBox");
-        facts.pageSizes.emplace_back(box.getArrayItem(2).getNumericValue() - box.getArrayItem(0).getNumericValue(),
-                                     box.getArrayItem(3).getNumericValue() - box.getArrayItem(1).getNumericValue());
+        facts.pageSizes.emplace_back(
+            box.getArrayItem(2).getNumericValue() - box.getArrayItem(0).getNumericValue(),
+            box.getArrayItem(3).getNumericValue() - box.getArrayItem(1).getNumericValue());
         QPDFObjectHandle resources = page.getKey("/Resources");
         facts.hasFonts = facts.hasFonts || (resources.isDictionary() && resources.hasKey("/Font"));
     }
@@ -79,8 +83,8 @@ PdfFacts inspectPdf(const std::vector<std::uint8_t>& bytes) {
     }
     facts.hasXmp = pdf.getRoot().hasKey("/Metadata");
     facts.hasDocumentID = pdf.getTrailer().hasKey("/ID");
-    std::unique_ptr<poppler::document> document(
-        poppler::document::load_from_raw_data(reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size())));
+    std::unique_ptr<poppler::document> document(poppler::document::load_from_raw_data(
+        reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size())));
     for (int i = 0; document && i < document->pages(); ++i) {
         std::unique_ptr<poppler::page> page(document->create_page(i));
         const auto text = page->text().to_utf8();

@@ -32,7 +32,9 @@ public:
         return answer;
     }
     std::optional<QString> saveAnswer;
-    std::optional<QString> chooseSaveFile(const QString&, const QString&, bool) override { return saveAnswer; }
+    std::optional<QString> chooseSaveFile(const QString&, const QString&, bool) override {
+        return saveAnswer;
+    }
 };
 
 void setConsent(bool given) {
@@ -66,7 +68,9 @@ protected:
         ImageCanvas* canvas = window->canvas();
         const QSizeF size = canvas->displayedSize();
         const QPointF origin = canvas->pictureOrigin();
-        auto at = [&](QPointF f) { return (origin + QPointF(f.x() * size.width(), f.y() * size.height())).toPoint(); };
+        auto at = [&](QPointF f) {
+            return (origin + QPointF(f.x() * size.width(), f.y() * size.height())).toPoint();
+        };
         QWidget* picture = canvas->pictureWidget();
         QTest::mousePress(picture, Qt::LeftButton, {}, at(from));
         QTest::mouseMove(picture, (at(from) + at(to)) / 2);
@@ -154,7 +158,8 @@ TEST_F(Window, CtrlZTakesBackTheLastManualMask) {
 
 TEST_F(Window, TheConsentSheetBlocksOpeningUntilAccepted) {
     open(false);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
     actions->open()->trigger();
     EXPECT_EQ(dialogs.opened, 0);
     ConsentDialog* sheet = window->consentDialog();
@@ -162,7 +167,9 @@ TEST_F(Window, TheConsentSheetBlocksOpeningUntilAccepted) {
     sheet->acceptBox()->setChecked(true);
     QTest::mouseClick(sheet->continueButton(), Qt::LeftButton);
     EXPECT_FALSE(model->showingConsent());
-    EXPECT_EQ(QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel")).value(QStringLiteral("consent.version")).toString(),
+    EXPECT_EQ(QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+                  .value(QStringLiteral("consent.version"))
+                  .toString(),
               QStringLiteral("2026-09-18"));
     actions->open()->trigger();
     EXPECT_EQ(dialogs.opened, 1);
@@ -174,7 +181,8 @@ TEST_F(Window, FirstStartWithAFileWalksFromTheTermsToTheSavedCopy) {
     int finished = 0;
     QObject::connect(model.get(), &AppModel::idle, [&] { ++finished; });
     model->openAtStart(QString::fromStdString((dir / "card.jpg").string()));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
     EXPECT_FALSE(window->centralWidget()->isEnabled());
     ConsentDialog* sheet = window->consentDialog();
     QTest::mouseClick(sheet->acceptBox(), Qt::LeftButton, {}, QPoint(8, sheet->acceptBox()->height() / 2));
@@ -219,10 +227,12 @@ TEST_F(Window, ZoomFollowsTheKeysAndCtrlWheelAsInImageViewers) {
     EXPECT_DOUBLE_EQ(model->zoom(), 1.0);
     QWidget* picture = window->canvas()->pictureWidget();
     const QPointF at(picture->width() / 2.0, picture->height() / 2.0);
-    QWheelEvent up(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
+    QWheelEvent up(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::ControlModifier,
+                   Qt::NoScrollPhase, false);
     QApplication::sendEvent(picture, &up);
     EXPECT_DOUBLE_EQ(model->zoom(), 1.5);
-    QWheelEvent plain(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QWheelEvent plain(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, false);
     QApplication::sendEvent(picture, &plain);
     EXPECT_DOUBLE_EQ(model->zoom(), 1.5); // the plain wheel scrolls
 }
@@ -232,7 +242,8 @@ TEST_F(Window, TheTermsSheetCanBeLeftWithEscapeOrQuit) {
         open(false);
         bool quit = false;
         QObject::connect(model.get(), &AppModel::quitRequested, [&] { quit = true; });
-        ASSERT_TRUE(QTest::qWaitFor([&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return window->consentDialog() && window->consentDialog()->isVisible(); }, 5000));
         if (escape) {
             QTest::keyClick(window->consentDialog(), Qt::Key_Escape);
         } else {

@@ -34,16 +34,21 @@ namespace {
 
 using Random = std::mt19937;
 
-int pick(Random& r, int n) { return static_cast<int>(r() % static_cast<unsigned>(n)); }
-double uniform(Random& r, double a, double b) { return a + (b - a) * (r() % 100000) / 100000.0; }
-template <class T, std::size_t N>
-const T& pick(Random& r, const T (&items)[N]) { return items[pick(r, static_cast<int>(N))]; }
+int pick(Random& r, int n) {
+    return static_cast<int>(r() % static_cast<unsigned>(n));
+}
+double uniform(Random& r, double a, double b) {
+    return a + (b - a) * (r() % 100000) / 100000.0;
+}
+template <class T, std::size_t N> const T& pick(Random& r, const T (&items)[N]) {
+    return items[pick(r, static_cast<int>(N))];
+}
 
 // One language's printed captions and the state that prints them.
 struct Language {
     const char* code;
-    const char* state;       // printed at the top
-    const char* mrzState;    // issuing state in the zone
+    const char* state;    // printed at the top
+    const char* mrzState; // issuing state in the zone
     const char* surname;
     const char* givenNames;
     const char* birthDate;
@@ -54,18 +59,20 @@ struct Language {
     const char* passport;
     const char* idCard;
     const char* permit;
-    int script;              // 0 Latin, 1 Cyrillic, 2 Greek
+    int script; // 0 Latin, 1 Cyrillic, 2 Greek
 };
 
 const Language languages[] = {
-    {"en", "UNITED KINGDOM", "GBR", "Surname", "Given names", "Date of birth", "Document No.", "Address", "Date of issue",
-     "Date of expiry", "PASSPORT", "IDENTITY CARD", "RESIDENCE PERMIT", 0},
-    {"de", "BUNDESREPUBLIK DEUTSCHLAND", "D<<", "Name", "Vornamen", "Geburtsdatum", "Ausweisnummer", "Anschrift",
-     "Ausstellungsdatum", "Gültig bis", "REISEPASS", "PERSONALAUSWEIS", "AUFENTHALTSTITEL", 0},
+    {"en", "UNITED KINGDOM", "GBR", "Surname", "Given names", "Date of birth", "Document No.", "Address",
+     "Date of issue", "Date of expiry", "PASSPORT", "IDENTITY CARD", "RESIDENCE PERMIT", 0},
+    {"de", "BUNDESREPUBLIK DEUTSCHLAND", "D<<", "Name", "Vornamen", "Geburtsdatum", "Ausweisnummer",
+     "Anschrift", "Ausstellungsdatum", "Gültig bis", "REISEPASS", "PERSONALAUSWEIS", "AUFENTHALTSTITEL", 0},
     {"fr", "RÉPUBLIQUE FRANÇAISE", "FRA", "Nom", "Prénoms", "Date de naissance", "N° du document", "Domicile",
-     "Date de délivrance", "Date d'expiration", "PASSEPORT", "CARTE NATIONALE D'IDENTITÉ", "TITRE DE SÉJOUR", 0},
-    {"es", "REINO DE ESPAÑA", "ESP", "Apellidos", "Nombre", "Fecha de nacimiento", "Número de documento", "Domicilio",
-     "Fecha de expedición", "Válido hasta", "PASAPORTE", "DOCUMENTO NACIONAL DE IDENTIDAD", "PERMISO DE RESIDENCIA", 0},
+     "Date de délivrance", "Date d'expiration", "PASSEPORT", "CARTE NATIONALE D'IDENTITÉ", "TITRE DE SÉJOUR",
+     0},
+    {"es", "REINO DE ESPAÑA", "ESP", "Apellidos", "Nombre", "Fecha de nacimiento", "Número de documento",
+     "Domicilio", "Fecha de expedición", "Válido hasta", "PASAPORTE", "DOCUMENTO NACIONAL DE IDENTIDAD",
+     "PERMISO DE RESIDENCIA", 0},
     {"pl", "RZECZPOSPOLITA POLSKA", "POL", "Nazwisko", "Imiona", "Data urodzenia", "Numer dokumentu", "Adres",
      "Data wydania", "Data ważności", "PASZPORT", "DOWÓD OSOBISTY", "KARTA POBYTU", 0},
     {"cs", "ČESKÁ REPUBLIKA", "CZE", "Příjmení", "Jméno", "Datum narození", "Číslo dokladu", "Trvalý pobyt",
@@ -74,10 +81,11 @@ const Language languages[] = {
      "Дата выдачи", "Действителен до", "ПАСПОРТ", "УДОСТОВЕРЕНИЕ ЛИЧНОСТИ", "ВИД НА ЖИТЕЛЬСТВО", 1},
     {"uk", "УКРАЇНА", "UKR", "Прізвище", "Ім'я", "Дата народження", "Номер документа", "Місце проживання",
      "Дата видачі", "Дійсний до", "ПАСПОРТ", "ПОСВІДЧЕННЯ", "ПОСВІДКА НА ПРОЖИВАННЯ", 1},
-    {"bg", "РЕПУБЛИКА БЪЛГАРИЯ", "BGR", "Фамилия", "Име", "Дата на раждане", "Номер на документа", "Постоянен адрес",
-     "Дата на издаване", "Валиден до", "ПАСПОРТ", "ЛИЧНА КАРТА", "РАЗРЕШЕНИЕ", 1},
-    {"el", "ΕΛΛΗΝΙΚΗ ΔΗΜΟΚΡΑΤΙΑ", "GRC", "Επώνυμο", "Όνομα", "Ημερομηνία γέννησης", "Αριθμός δελτίου", "Διεύθυνση",
-     "Ημερομηνία έκδοσης", "Ημερομηνία λήξης", "ΔΙΑΒΑΤΗΡΙΟ", "ΔΕΛΤΙΟ ΤΑΥΤΟΤΗΤΑΣ", "ΑΔΕΙΑ ΔΙΑΜΟΝΗΣ", 2},
+    {"bg", "РЕПУБЛИКА БЪЛГАРИЯ", "BGR", "Фамилия", "Име", "Дата на раждане", "Номер на документа",
+     "Постоянен адрес", "Дата на издаване", "Валиден до", "ПАСПОРТ", "ЛИЧНА КАРТА", "РАЗРЕШЕНИЕ", 1},
+    {"el", "ΕΛΛΗΝΙΚΗ ΔΗΜΟΚΡΑΤΙΑ", "GRC", "Επώνυμο", "Όνομα", "Ημερομηνία γέννησης", "Αριθμός δελτίου",
+     "Διεύθυνση", "Ημερομηνία έκδοσης", "Ημερομηνία λήξης", "ΔΙΑΒΑΤΗΡΙΟ", "ΔΕΛΤΙΟ ΤΑΥΤΟΤΗΤΑΣ",
+     "ΑΔΕΙΑ ΔΙΑΜΟΝΗΣ", 2},
 };
 
 struct Person {
@@ -85,22 +93,25 @@ struct Person {
 };
 
 Person person(Random& r, int script) {
-    static const char* latinSurnames[] = {"MÜLLER", "DUBOIS", "GARCÍA LÓPEZ", "KOWALSKA", "DVOŘÁKOVÁ", "O'BRIEN",
-                                          "NOWAK", "JOHANSSON", "MARTIN", "ŠIMKOVÁ", "SCHRÖDER", "PÉREZ"};
-    static const char* latinGiven[] = {"ANNA MARIA", "JOSÉ", "ŁUKASZ", "CHLOÉ", "JIŘÍ", "SØREN", "ZOFIA", "LUCÍA",
-                                       "FRANÇOIS", "MARTA", "JÖRG", "ELENA"};
-    static const char* cyrSurnames[] = {"ИВАНОВА", "ПЕТРЕНКО", "СМИРНОВ", "КОВАЛЕНКО", "ГЕОРГИЕВА", "ШЕВЧЕНКО"};
-    static const char* cyrLatin[] = {"IVANOVA", "PETRENKO", "SMIRNOV", "KOVALENKO", "GEORGIEVA", "SHEVCHENKO"};
+    static const char* latinSurnames[] = {"MÜLLER",    "DUBOIS",  "GARCÍA LÓPEZ", "KOWALSKA",
+                                          "DVOŘÁKOVÁ", "O'BRIEN", "NOWAK",        "JOHANSSON",
+                                          "MARTIN",    "ŠIMKOVÁ", "SCHRÖDER",     "PÉREZ"};
+    static const char* latinGiven[] = {"ANNA MARIA", "JOSÉ",  "ŁUKASZ",   "CHLOÉ", "JIŘÍ", "SØREN",
+                                       "ZOFIA",      "LUCÍA", "FRANÇOIS", "MARTA", "JÖRG", "ELENA"};
+    static const char* cyrSurnames[] = {"ИВАНОВА",   "ПЕТРЕНКО",  "СМИРНОВ",
+                                        "КОВАЛЕНКО", "ГЕОРГИЕВА", "ШЕВЧЕНКО"};
+    static const char* cyrLatin[] = {"IVANOVA",   "PETRENKO",  "SMIRNOV",
+                                     "KOVALENKO", "GEORGIEVA", "SHEVCHENKO"};
     static const char* cyrGiven[] = {"ОЛЬГА", "ДМИТРИЙ", "ОКСАНА", "ИВАН", "МАРИЯ", "АНДРІЙ"};
     static const char* cyrGivenLatin[] = {"OLGA", "DMITRIY", "OKSANA", "IVAN", "MARIYA", "ANDRII"};
     static const char* grSurnames[] = {"ΠΑΠΑΔΟΠΟΥΛΟΣ", "ΓΕΩΡΓΙΟΥ", "ΝΙΚΟΛΑΙΔΗΣ", "ΚΩΝΣΤΑΝΤΙΝΟΥ"};
     static const char* grLatin[] = {"PAPADOPOULOS", "GEORGIOU", "NIKOLAIDIS", "KONSTANTINOU"};
     static const char* grGiven[] = {"ΕΛΕΝΗ", "ΓΙΩΡΓΟΣ", "ΜΑΡΙΑ", "ΝΙΚΟΣ"};
     static const char* grGivenLatin[] = {"ELENI", "GIORGOS", "MARIA", "NIKOS"};
-    static const char* streets[] = {"HAUPTSTRASSE 12, 10115 BERLIN", "12 RUE DES LILAS, 69003 LYON",
-                                    "CALLE MAYOR 5, 28013 MADRID", "UL. MARSZAŁKOWSKA 84, WARSZAWA",
-                                    "14 HIGH STREET, LONDON", "УЛ. ЛЕНИНА 5, КВ. 12", "ВУЛИЦЯ ШЕВЧЕНКА 21, КИЇВ",
-                                    "ΟΔΟΣ ΕΡΜΟΥ 45, ΑΘΗΝΑ", "VIA ROMA 7, 00184 ROMA"};
+    static const char* streets[] = {
+        "HAUPTSTRASSE 12, 10115 BERLIN",  "12 RUE DES LILAS, 69003 LYON", "CALLE MAYOR 5, 28013 MADRID",
+        "UL. MARSZAŁKOWSKA 84, WARSZAWA", "14 HIGH STREET, LONDON",       "УЛ. ЛЕНИНА 5, КВ. 12",
+        "ВУЛИЦЯ ШЕВЧЕНКА 21, КИЇВ",       "ΟΔΟΣ ΕΡΜΟΥ 45, ΑΘΗΝΑ",         "VIA ROMA 7, 00184 ROMA"};
     Person p;
     if (script == 1) {
         const int s = pick(r, 6), g = pick(r, 6);
@@ -119,8 +130,9 @@ Person person(Random& r, int script) {
 // ICAO 9303 transliteration of the few letters the Latin names use, and the zone's check digit.
 QString zoneName(const QString& name) {
     static const std::pair<const char*, const char*> map[] = {
-        {"Ü", "UE"}, {"Ö", "OE"}, {"Ä", "AE"}, {"Ø", "OE"}, {"Ł", "L"}, {"Š", "S"}, {"Ř", "R"}, {"Í", "I"}, {"Á", "A"},
-        {"É", "E"}, {"Ó", "O"}, {"Ç", "C"}, {"Ú", "U"}, {"Ì", "I"}, {" ", "<"}, {"'", ""}, {"-", "<"}};
+        {"Ü", "UE"}, {"Ö", "OE"}, {"Ä", "AE"}, {"Ø", "OE"}, {"Ł", "L"}, {"Š", "S"},
+        {"Ř", "R"},  {"Í", "I"},  {"Á", "A"},  {"É", "E"},  {"Ó", "O"}, {"Ç", "C"},
+        {"Ú", "U"},  {"Ì", "I"},  {" ", "<"},  {"'", ""},   {"-", "<"}};
     QString out = name;
     for (const auto& [from, to] : map) {
         out.replace(QString::fromUtf8(from), QString::fromUtf8(to));
@@ -133,13 +145,17 @@ int checkDigit(const QString& field) {
     int sum = 0;
     for (int i = 0; i < field.size(); ++i) {
         const QChar c = field[i];
-        const int value = c.isDigit() ? c.digitValue() : (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ? c.unicode() - 'A' + 10 : 0;
+        const int value = c.isDigit()                                        ? c.digitValue()
+                          : (c >= QLatin1Char('A') && c <= QLatin1Char('Z')) ? c.unicode() - 'A' + 10
+                                                                             : 0;
         sum += value * weights[i % 3];
     }
     return sum % 10;
 }
 
-QString padded(QString s, int length) { return s.leftJustified(length, QLatin1Char('<'), true); }
+QString padded(QString s, int length) {
+    return s.leftJustified(length, QLatin1Char('<'), true);
+}
 
 struct Field {
     QString kind;
@@ -149,11 +165,13 @@ struct Field {
 
 class Card {
 public:
-    Card(int width, int height, Random& random) : image(width, height, QImage::Format_RGB32), painter(&image), r(random) {
+    Card(int width, int height, Random& random)
+        : image(width, height, QImage::Format_RGB32), painter(&image), r(random) {
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setRenderHint(QPainter::TextAntialiasing);
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
-        const QColor tints[] = {QColor(226, 234, 238), QColor(238, 230, 216), QColor(228, 238, 226), QColor(240, 228, 232)};
+        const QColor tints[] = {QColor(226, 234, 238), QColor(238, 230, 216), QColor(228, 238, 226),
+                                QColor(240, 228, 232)};
         const QColor tint = pick(r, tints);
         QLinearGradient background(0, 0, width, height);
         background.setColorAt(0, tint);
@@ -165,7 +183,8 @@ public:
         }
     }
 
-    QRectF text(double x, double baseline, const QString& s, int pixels, bool bold, QColor colour = QColor(24, 26, 32)) {
+    QRectF text(double x, double baseline, const QString& s, int pixels, bool bold,
+                QColor colour = QColor(24, 26, 32)) {
         QFont font(QStringLiteral("DejaVu Sans"));
         font.setPixelSize(pixels);
         font.setBold(bold);
@@ -207,10 +226,11 @@ public:
         }
         // The personal data of a portrait is the head: hair to chin, ear to ear, as it lies in the crop
         // of the astronaut picture; a drawn stand-in has only its oval.
-        const QRectF faceBox = face.isNull() ? QRectF(where.x() + where.width() * 0.25, where.y() + where.height() * 0.15,
-                                                      where.width() * 0.5, where.height() * 0.45)
-                                             : QRectF(where.x() + where.width() * 0.13, where.y() + where.height() * 0.03,
-                                                      where.width() * 0.6, where.height() * 0.52);
+        const QRectF faceBox =
+            face.isNull() ? QRectF(where.x() + where.width() * 0.25, where.y() + where.height() * 0.15,
+                                   where.width() * 0.5, where.height() * 0.45)
+                          : QRectF(where.x() + where.width() * 0.13, where.y() + where.height() * 0.03,
+                                   where.width() * 0.6, where.height() * 0.52);
         fields.push_back({QStringLiteral("face"), faceBox});
     }
 
@@ -234,10 +254,15 @@ public:
 };
 
 QString date(Random& r, int from, int to) {
-    return QStringLiteral("%1.%2.%3").arg(1 + pick(r, 28), 2, 10, QLatin1Char('0')).arg(1 + pick(r, 12), 2, 10, QLatin1Char('0')).arg(from + pick(r, to - from));
+    return QStringLiteral("%1.%2.%3")
+        .arg(1 + pick(r, 28), 2, 10, QLatin1Char('0'))
+        .arg(1 + pick(r, 12), 2, 10, QLatin1Char('0'))
+        .arg(from + pick(r, to - from));
 }
 
-QString zoneDate(const QString& dotted) { return dotted.mid(8, 2) + dotted.mid(3, 2) + dotted.mid(0, 2); }
+QString zoneDate(const QString& dotted) {
+    return dotted.mid(8, 2) + dotted.mid(3, 2) + dotted.mid(0, 2);
+}
 
 QString documentNumber(Random& r) {
     static const char letters[] = "CFGHJKLMNPRTVWXYZ";
@@ -250,23 +275,33 @@ QString documentNumber(Random& r) {
 
 enum Kind { passport, idFront, idBack, licence, permit };
 
-QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, const QImage& face, std::vector<Field>& fields) {
+QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, const QImage& face,
+            std::vector<Field>& fields) {
     const bool page = kind == passport;
     Card card(page ? 1760 : 1600, page ? 1240 : 1010, r);
     const Person p = person(r, language.script);
     const QString birth = date(r, 1950, 2006), issue = date(r, 2016, 2025), expiry = date(r, 2027, 2036);
     const QString number = documentNumber(r);
     auto caption = [&](const char* own, const char* english) {
-        return bilingual && std::strcmp(own, english) != 0 ? QString::fromUtf8(own) + QStringLiteral(" / ") + QString::fromUtf8(english)
-                                                           : QString::fromUtf8(own);
+        return bilingual && std::strcmp(own, english) != 0
+                   ? QString::fromUtf8(own) + QStringLiteral(" / ") + QString::fromUtf8(english)
+                   : QString::fromUtf8(own);
     };
-    const QColor band[] = {QColor(38, 84, 140), QColor(120, 30, 40), QColor(30, 100, 70), QColor(70, 60, 120)};
+    const QColor band[] = {QColor(38, 84, 140), QColor(120, 30, 40), QColor(30, 100, 70),
+                           QColor(70, 60, 120)};
     card.painter.fillRect(0, 0, card.image.width(), 110, pick(r, band));
     card.text(50, 72, QString::fromUtf8(language.state), 40, true, Qt::white);
-    const char* title = kind == passport ? language.passport : kind == permit ? language.permit : kind == licence ? "" : language.idCard;
+    const char* title = kind == passport  ? language.passport
+                        : kind == permit  ? language.permit
+                        : kind == licence ? ""
+                                          : language.idCard;
     if (kind == licence) {
-        static const char* licenceTitles[] = {"DRIVING LICENCE", "FÜHRERSCHEIN", "PERMIS DE CONDUIRE", "PRAWO JAZDY",
-                                              "ВОДИТЕЛЬСКОЕ УДОСТОВЕРЕНИЕ", "ΑΔΕΙΑ ΟΔΗΓΗΣΗΣ"};
+        static const char* licenceTitles[] = {"DRIVING LICENCE",
+                                              "FÜHRERSCHEIN",
+                                              "PERMIS DE CONDUIRE",
+                                              "PRAWO JAZDY",
+                                              "ВОДИТЕЛЬСКОЕ УДОСТОВЕРЕНИЕ",
+                                              "ΑΔΕΙΑ ΟΔΗΓΗΣΗΣ"};
         title = pick(r, licenceTitles);
     }
     card.text(card.image.width() * 0.5, 72, QString::fromUtf8(title), 30, false, Qt::white);
@@ -279,19 +314,25 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
         card.portrait(QRectF(50, 150, 360, 470), face, false);
         double y = 190;
         const std::pair<QString, std::pair<QString, const char*>> rows[] = {
-            {QStringLiteral("1."), {p.surname, "personName"}},     {QStringLiteral("2."), {p.given, "personName"}},
-            {QStringLiteral("3."), {birth, "birthDate"}},          {QStringLiteral("4a."), {issue, "issueDate"}},
-            {QStringLiteral("4b."), {expiry, "expiryDate"}},       {QStringLiteral("5."), {number, "number"}},
+            {QStringLiteral("1."), {p.surname, "personName"}},
+            {QStringLiteral("2."), {p.given, "personName"}},
+            {QStringLiteral("3."), {birth, "birthDate"}},
+            {QStringLiteral("4a."), {issue, "issueDate"}},
+            {QStringLiteral("4b."), {expiry, "expiryDate"}},
+            {QStringLiteral("5."), {number, "number"}},
             {QStringLiteral("8."), {p.address, "address"}}};
         for (const auto& [label, value] : rows) {
             card.text(460, y, label, size, true, QColor(60, 64, 72));
             const double x = 460 + size * (label.size() + 1) * 0.62;
-            card.fields.push_back({QString::fromLatin1(value.second), card.text(x, y, value.first, size, true)});
+            card.fields.push_back(
+                {QString::fromLatin1(value.second), card.text(x, y, value.first, size, true)});
             y += size * 1.85;
         }
         // Below the last row, clear of the address however long it is.
-        card.barcode(QRectF(1120, y - size * 1.2, 420, 170), ZXing::BarcodeFormat::PDF417,
-                     (zoneName(p.surnameLatin) + QLatin1Char(' ') + number + QLatin1Char(' ') + zoneDate(birth)).toStdString());
+        card.barcode(
+            QRectF(1120, y - size * 1.2, 420, 170), ZXing::BarcodeFormat::PDF417,
+            (zoneName(p.surnameLatin) + QLatin1Char(' ') + number + QLatin1Char(' ') + zoneDate(birth))
+                .toStdString());
     } else {
         const QRectF photo = page ? QRectF(60, 200, 420, 540) : QRectF(50, 150, 380, 490);
         card.portrait(photo, face, false);
@@ -299,16 +340,20 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
         const double x = page ? 540 : 480;
         double y = 180;
         card.field(x, y, caption(language.surname, "Surname"), p.surname, "personName", size);
-        card.field(x, y += size * 2.6, caption(language.givenNames, "Given names"), p.given, "personName", size);
-        card.field(x, y += size * 2.6, caption(language.birthDate, "Date of birth"), birth, "birthDate", size);
+        card.field(x, y += size * 2.6, caption(language.givenNames, "Given names"), p.given, "personName",
+                   size);
+        card.field(x, y += size * 2.6, caption(language.birthDate, "Date of birth"), birth, "birthDate",
+                   size);
         card.field(x, y += size * 2.6, caption(language.number, "Document No."), number, "number", size);
         if (page) {
-            card.field(x, y += size * 2.6, caption(language.issueDate, "Date of issue"), issue, "issueDate", size);
+            card.field(x, y += size * 2.6, caption(language.issueDate, "Date of issue"), issue, "issueDate",
+                       size);
         }
-        card.field(x + (page ? 560 : 520), 180 + size * 2.6 * 2, caption(language.expiryDate, "Date of expiry"), expiry,
-                   "expiryDate", size);
+        card.field(x + (page ? 560 : 520), 180 + size * 2.6 * 2,
+                   caption(language.expiryDate, "Date of expiry"), expiry, "expiryDate", size);
         if (kind == permit) {
-            card.text(x + 520, 180, QStringLiteral("NATIONALITY UKRAINE"), size / 2, false, QColor(92, 96, 108));
+            card.text(x + 520, 180, QStringLiteral("NATIONALITY UKRAINE"), size / 2, false,
+                      QColor(92, 96, 108));
         }
     }
 
@@ -317,7 +362,9 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
     const QString birthZone = zoneDate(birth), expiryZone = zoneDate(expiry);
     QStringList zone;
     if (kind == passport) {
-        zone << padded(QStringLiteral("P<") + state + zoneName(p.surnameLatin) + QStringLiteral("<<") + zoneName(p.givenLatin), 44);
+        zone << padded(QStringLiteral("P<") + state + zoneName(p.surnameLatin) + QStringLiteral("<<") +
+                           zoneName(p.givenLatin),
+                       44);
         QString second = number + QString::number(checkDigit(number)) + state + birthZone +
                          QString::number(checkDigit(birthZone)) + QStringLiteral("F") + expiryZone +
                          QString::number(checkDigit(expiryZone));
@@ -326,15 +373,19 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
         zone << second;
     } else if (kind == idBack || kind == permit) {
         zone << padded((kind == permit ? QStringLiteral("IR") : QStringLiteral("ID")) + state + number +
-                           QString::number(checkDigit(number)), 30);
+                           QString::number(checkDigit(number)),
+                       30);
         zone << padded(birthZone + QString::number(checkDigit(birthZone)) + QStringLiteral("F") + expiryZone +
-                           QString::number(checkDigit(expiryZone)) + state, 29) + QStringLiteral("4");
+                           QString::number(checkDigit(expiryZone)) + state,
+                       29) +
+                    QStringLiteral("4");
         zone << padded(zoneName(p.surnameLatin) + QStringLiteral("<<") + zoneName(p.givenLatin), 30);
     }
     const int zonePixels = page ? 50 : 56;
     double baseline = card.image.height() - 40 - (zone.size() - 1) * zonePixels * 1.25;
     for (const QString& line : zone) {
-        card.fields.push_back({QStringLiteral("machineReadable"), card.zoneLine(60, baseline, line, zonePixels)});
+        card.fields.push_back(
+            {QStringLiteral("machineReadable"), card.zoneLine(60, baseline, line, zonePixels)});
         baseline += zonePixels * 1.25;
     }
     card.painter.end();
@@ -364,14 +415,19 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
         // On a table, tilted, with a margin all round.
         const int W = 3200, H = 2400;
         QImage photo(W, H, QImage::Format_RGB32);
-        const QColor tables[] = {QColor(96, 82, 70), QColor(60, 64, 72), QColor(120, 110, 96), QColor(40, 44, 40)};
+        const QColor tables[] = {QColor(96, 82, 70), QColor(60, 64, 72), QColor(120, 110, 96),
+                                 QColor(40, 44, 40)};
         photo.fill(pick(r, tables));
         const double cw = W * uniform(r, 0.62, 0.78), ch = cw * card.height() / card.width();
         const double x0 = (W - cw) / 2 + uniform(r, -120, 120), y0 = (H - ch) / 2 + uniform(r, -100, 100);
         auto jitter = [&] { return uniform(r, -0.035, 0.035) * cw; };
-        const QPolygonF to(QVector<QPointF>{{x0 + jitter(), y0 + jitter()}, {x0 + cw + jitter(), y0 + jitter()},
-                                            {x0 + cw + jitter(), y0 + ch + jitter()}, {x0 + jitter(), y0 + ch + jitter()}});
-        const QPolygonF from(QVector<QPointF>{{0, 0}, {double(card.width()), 0}, {double(card.width()), double(card.height())},
+        const QPolygonF to(QVector<QPointF>{{x0 + jitter(), y0 + jitter()},
+                                            {x0 + cw + jitter(), y0 + jitter()},
+                                            {x0 + cw + jitter(), y0 + ch + jitter()},
+                                            {x0 + jitter(), y0 + ch + jitter()}});
+        const QPolygonF from(QVector<QPointF>{{0, 0},
+                                              {double(card.width()), 0},
+                                              {double(card.width()), double(card.height())},
                                               {0, double(card.height())}});
         QTransform tilt;
         QTransform::quadToQuad(from, to, tilt);
@@ -387,7 +443,8 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
         p.fillRect(photo.rect(), light);
         p.end();
         for (Field& f : fields) {
-            // A tilted field's bounding box holds table and neighbours too; its corners say exactly where it is.
+            // A tilted field's bounding box holds table and neighbours too; its corners say exactly where it
+            // is.
             f.quad = tilt.map(QPolygonF(f.box));
             f.box = f.quad.boundingRect();
         }
@@ -434,7 +491,8 @@ QImage photograph(const QImage& card, Random& r, std::vector<Field>& fields, int
             for (int x = 0; x < result.width(); ++x) {
                 const int n = static_cast<int>(noise(r));
                 const QRgb c = line[x];
-                line[x] = qRgb(std::clamp(qRed(c) + n, 1, 255), std::clamp(qGreen(c) + n, 1, 255), std::clamp(qBlue(c) + n, 1, 255));
+                line[x] = qRgb(std::clamp(qRed(c) + n, 1, 255), std::clamp(qGreen(c) + n, 1, 255),
+                               std::clamp(qBlue(c) + n, 1, 255));
             }
         }
     }
@@ -473,7 +531,8 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(out);
     QImage face;
     if (!portraitPath.isEmpty()) {
-        face = QImage(portraitPath).copy(QRect(120, 10, 250, 325)); // the face of the 512 x 512 astronaut picture
+        face = QImage(portraitPath)
+                   .copy(QRect(120, 10, 250, 325)); // the face of the 512 x 512 astronaut picture
     }
     for (int i = 0; i < count; ++i) {
         Random r(seed * 100003u + static_cast<unsigned>(i));
@@ -490,10 +549,12 @@ int main(int argc, char** argv) {
         const Bitmap stored = platform::ImageDecoder::applyOrientation(toBitmap(shown), inverse[orientation]);
         char name[32];
         std::snprintf(name, sizeof name, "%04d", i);
-        testing_support::writeBytes(out / (std::string(name) + ".jpg"),
-                                    testing_support::encodeJpeg(stored, false,
-                                                                orientation == 1 ? std::vector<std::uint8_t>{}
-                                                                                 : testing_support::exifBlock(orientation, std::nullopt)));
+        testing_support::writeBytes(
+            out / (std::string(name) + ".jpg"),
+            testing_support::encodeJpeg(stored, false,
+                                        orientation == 1
+                                            ? std::vector<std::uint8_t>{}
+                                            : testing_support::exifBlock(orientation, std::nullopt)));
         QJsonArray truth;
         for (const Field& f : fields) {
             const QRectF b = f.box.intersected(QRectF(0, 0, shown.width(), shown.height()));
@@ -513,10 +574,14 @@ int main(int argc, char** argv) {
         }
         // "about" is for reading the misses; the evaluation needs only "fields".
         static const char* kindNames[] = {"passport", "idFront", "idBack", "licence", "permit"};
-        const QJsonObject about{{"document", kindNames[kind]}, {"language", language.code}, {"bilingual", bilingual},
+        const QJsonObject about{{"document", kindNames[kind]},
+                                {"language", language.code},
+                                {"bilingual", bilingual},
                                 {"look", look}};
         std::ofstream(out / (std::string(name) + ".json"))
-            << QJsonDocument(QJsonObject{{"fields", truth}, {"about", about}}).toJson(QJsonDocument::Indented).toStdString();
+            << QJsonDocument(QJsonObject{{"fields", truth}, {"about", about}})
+                   .toJson(QJsonDocument::Indented)
+                   .toStdString();
     }
     std::fprintf(stderr, "quorvel-generate: %d documents in %s\n", count, out.c_str());
     return 0;

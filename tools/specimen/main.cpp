@@ -119,7 +119,8 @@ int main(int argc, char** argv) {
         QPainter table(&result);
         table.setRenderHint(QPainter::SmoothPixmapTransform);
         QTransform tilt;
-        const QPolygonF from(QVector<QPointF>{{0, 0}, {cardWidth, 0}, {cardWidth, cardHeight}, {0, cardHeight}});
+        const QPolygonF from(
+            QVector<QPointF>{{0, 0}, {cardWidth, 0}, {cardWidth, cardHeight}, {0, cardHeight}});
         const QPolygonF to(QVector<QPointF>{{520, 460}, {3520, 560}, {3440, 2540}, {430, 2380}});
         QTransform::quadToQuad(from, to, tilt);
         table.setTransform(tilt);
