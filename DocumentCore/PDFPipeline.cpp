@@ -5,6 +5,7 @@
 #include "PlatformError.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <optional>
 
@@ -54,12 +55,20 @@ PDFDocument load(const std::filesystem::path& file) {
     }
 }
 
+bool isPDFName(const std::filesystem::path& file) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".pdf";
+}
+
 RedactionPolicy pdfPolicy() noexcept {
     return RedactionPolicy{false, false, false, true};
 }
 
-ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy, const PageProgress& progress,
+ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress,
                      const PageDone& pageDone) {
+    policy.hidePersonName = true; // names are always hidden in PDFs
     ProcessedPDF result;
     std::optional<platform::Pdf::ImagePDFWriter> writer;
     try {

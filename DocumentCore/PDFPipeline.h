@@ -27,6 +27,9 @@ PDFDocument load(const std::filesystem::path& file);
 // Names are hidden in PDFs, unlike photos; faces and dates stay visible.
 RedactionPolicy pdfPolicy() noexcept;
 
+// A file whose name ends in ".pdf", in any letter case, is taken for a PDF.
+bool isPDFName(const std::filesystem::path& file);
+
 // Told after each page: pages done, pages in all.
 using PageProgress = std::function<void(int done, int total)>;
 // Given each page as soon as it is done, its images included; the pipeline keeps none of them.
@@ -35,9 +38,9 @@ using PageDone = std::function<void(PDFPageResult&& page)>;
 // Pages strictly one after another, each rendered, analysed, masked and handed to the writer before
 // the next is rendered, so that memory stays flat however long the document: the result holds the
 // new PDF and each page's analysis, not its images (those go to `pageDone`). The first failing page
-// fails the whole call. Output pages measure one point per pixel of the rendered page. Errors of the
-// recogniser pass through unchanged.
-ProcessedPDF process(const PDFDocument& document, const RedactionPolicy& policy,
-                     const PageProgress& progress = {}, const PageDone& pageDone = {});
+// fails the whole call. Names are hidden whatever `policy` says. Output pages measure one point per
+// pixel of the rendered page. Errors of the recogniser pass through unchanged.
+ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress = {},
+                     const PageDone& pageDone = {});
 
 } // namespace PDFPipeline

@@ -22,10 +22,6 @@ constexpr double minZoom = 1.0;
 // A drag thinner than this share of the picture is a slip, not a mask.
 constexpr double minimumMaskSide = 0.002;
 
-QString describe(const std::exception& error) {
-    return QString::fromUtf8(error.what());
-}
-
 // The same file through any link or "." segment, also when it does not exist yet.
 QString resolved(const QString& path) {
     const QFileInfo info(path);
@@ -37,10 +33,6 @@ QString resolved(const QString& path) {
                            info.fileName());
 }
 
-bool isPdfPath(const QString& file) {
-    return QFileInfo(file).suffix().toLower() == QLatin1String("pdf");
-}
-
 std::shared_ptr<const Bitmap> shared(Bitmap image) {
     return std::make_shared<const Bitmap>(std::move(image));
 }
@@ -48,7 +40,6 @@ std::shared_ptr<const Bitmap> shared(Bitmap image) {
 } // namespace
 
 AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy policy) {
-    policy.hidePersonName = true; // names are always hidden in PDFs, whatever the switch says
     Result result;
     // Pages are kept as PNG and the one shown is decoded, so that a long PDF does not fill the memory.
     auto packed = [](const Bitmap& image) {
@@ -236,7 +227,7 @@ void AppModel::start(std::function<Result()> work, Apply apply) {
             return work();
         } catch (const std::exception& error) {
             Result failed;
-            failed.failure = describe(error);
+            failed.failure = QString::fromUtf8(error.what());
             return failed;
         }
     }));
@@ -246,7 +237,7 @@ void AppModel::load(const QString& file) {
     if (!mayOpen()) {
         return;
     }
-    const bool pdf = isPdfPath(file);
+    const bool pdf = PDFPipeline::isPDFName(file.toStdString());
     // Busy before anyone hears of the change, so that a listener cannot start a second load inside this one.
     reset();
     sourceFile_ = file;

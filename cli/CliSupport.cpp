@@ -237,10 +237,6 @@ bool sameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
     return std::filesystem::exists(b, error) && std::filesystem::equivalent(a, b, error);
 }
 
-std::string describe(const std::exception& error) {
-    return error.what();
-}
-
 Progress::Progress(std::size_t total) : total_(total), terminal_(::isatty(STDERR_FILENO) == 1) {}
 
 void Progress::finished(const std::string& name, const std::string& failure) {

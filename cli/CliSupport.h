@@ -37,9 +37,6 @@ std::string analysisToText(const Analysis& analysis);
 
 bool sameFile(const std::filesystem::path& a, const std::filesystem::path& b);
 
-// The one line of a failure as the user sees it.
-std::string describe(const std::exception& error);
-
 // Progress of a batch: a redrawn bar on a terminal, plain lines otherwise. Thread-safe.
 class Progress {
 public:

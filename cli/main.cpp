@@ -170,16 +170,9 @@ std::set<std::string> with(std::set<std::string> options, std::initializer_list<
     return options;
 }
 
-bool isPDF(const fs::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    return extension == ".pdf";
-}
-
 // A file's name says what it holds: a PDF's copy is a PDF, a photo's copy a PNG.
 void checkOutputType(const fs::path& input, const fs::path& output) {
-    const bool pdf = isPDF(input);
+    const bool pdf = PDFPipeline::isPDFName(input);
     std::string extension = output.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return std::tolower(c); });
@@ -228,7 +221,6 @@ int runAnalyze(const std::vector<std::string>& args) {
 // What the analysis found, as `analyze --json` prints it; a PDF's report lists its pages' analyses.
 nlohmann::json redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy,
                          bool pageProgress) {
-    policy.hidePersonName = true; // names are always hidden in PDFs
     const PDFDocument document = PDFPipeline::load(input);
     std::optional<Progress> pages;
     if (pageProgress) {
@@ -258,7 +250,7 @@ nlohmann::json redactPDF(const fs::path& input, const fs::path& output, Redactio
 void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy,
                const std::optional<fs::path>& report, bool pageProgress = false) {
     nlohmann::json found;
-    if (isPDF(input)) {
+    if (PDFPipeline::isPDFName(input)) {
         found = redactPDF(input, output, policy, pageProgress);
     } else {
         const LoadedDocument document = ImagePipeline::load(input);
@@ -301,7 +293,8 @@ int runRedact(const std::vector<std::string>& args) {
     for (const std::string& name : a.positional) {
         const fs::path input = name;
         const fs::path output =
-            *a.output / (input.stem().string() + (isPDF(input) ? "-redacted.pdf" : "-redacted.png"));
+            *a.output /
+            (input.stem().string() + (PDFPipeline::isPDFName(input) ? "-redacted.pdf" : "-redacted.png"));
         if (!targets.insert(output).second) {
             throw UsageError("two inputs would both be written to " + output.string());
         }
@@ -329,7 +322,7 @@ int runRedact(const std::vector<std::string>& args) {
                 progress.finished(input.string());
             } catch (const std::exception& e) {
                 ++failures;
-                progress.finished(input.string(), describe(e));
+                progress.finished(input.string(), e.what());
             }
         }
     };
@@ -407,7 +400,7 @@ int main(int argc, char** argv) {
         std::cerr << "quorvel-cli: " << error.what() << "\n";
         return exitUsage;
     } catch (const std::exception& error) {
-        std::cerr << "quorvel-cli: " << describe(error) << "\n";
+        std::cerr << "quorvel-cli: " << error.what() << "\n";
         return exitFailed;
     }
 }

@@ -117,6 +117,25 @@ TEST_F(PdfPipeline, BadFilesAreUnreadableImages) {
     EXPECT_THROW(PDFPipeline::load(dir / "missing.pdf"), DocumentError);
 }
 
+TEST_F(PdfPipeline, NamesAreHiddenWhateverThePolicySays) {
+    writeBytes(dir / "names.pdf", makePdf({TestPage{0, 0, 595, 842, {"SURNAME", "CLAIRE MARTIN"}}}));
+    std::vector<Bitmap> cleaned;
+    for (const RedactionPolicy& policy : {PDFPipeline::pdfPolicy(), RedactionPolicy{}}) {
+        PDFPipeline::process(PDFPipeline::load(dir / "names.pdf"), policy, {},
+                             [&](PDFPageResult&& page) { cleaned.push_back(std::move(page.cleaned)); });
+    }
+    ASSERT_EQ(cleaned.size(), 2u);
+    EXPECT_EQ(cleaned[0], cleaned[1]);
+    EXPECT_GT(blackPixels(cleaned[1]), 0u);
+}
+
+TEST(PdfPolicy, APdfIsKnownByItsNameInAnyCase) {
+    EXPECT_TRUE(PDFPipeline::isPDFName("scan.pdf"));
+    EXPECT_TRUE(PDFPipeline::isPDFName("/tmp/Scan.PdF"));
+    EXPECT_FALSE(PDFPipeline::isPDFName("scan.pdf.png"));
+    EXPECT_FALSE(PDFPipeline::isPDFName("pdf"));
+}
+
 TEST(PdfPolicy, NamesHiddenFacesAndDatesShown) {
     EXPECT_EQ(PDFPipeline::pdfPolicy(), (RedactionPolicy{false, false, false, true}));
 }
