@@ -11,6 +11,7 @@
 namespace {
 
 constexpr double margin = 16;     // around the picture
+constexpr double badgeBand = 44;  // above it: the "cleaned copy" badge sits there, never on the picture
 constexpr double minimumDrag = 2; // points before a drag counts
 
 } // namespace
@@ -48,7 +49,7 @@ QSizeF ImageCanvas::displayedSize() const {
         return {};
     }
     const double availableWidth = std::max(1.0, viewport()->width() - 2 * margin);
-    const double availableHeight = std::max(1.0, viewport()->height() - 2 * margin);
+    const double availableHeight = std::max(1.0, viewport()->height() - badgeBand - margin);
     const double fit = std::min(availableWidth / image_.width(), availableHeight / image_.height());
     const double factor = fit * model_.zoom();
     return QSizeF(image_.width() * factor, image_.height() * factor);
@@ -57,7 +58,7 @@ QSizeF ImageCanvas::displayedSize() const {
 QPointF ImageCanvas::pictureOrigin() const {
     const QSizeF size = displayedSize();
     return QPointF(std::max(margin, (picture_->width() - size.width()) / 2),
-                   std::max(margin, (picture_->height() - size.height()) / 2));
+                   badgeBand + std::max(0.0, (picture_->height() - badgeBand - margin - size.height()) / 2));
 }
 
 void ImageCanvas::refresh() {
@@ -85,7 +86,7 @@ void ImageCanvas::layoutPicture() {
     const QSizeF size = displayedSize();
     const QSize wanted(
         std::max(viewport()->width(), static_cast<int>(std::ceil(size.width() + 2 * margin))),
-        std::max(viewport()->height(), static_cast<int>(std::ceil(size.height() + 2 * margin))));
+        std::max(viewport()->height(), static_cast<int>(std::ceil(size.height() + badgeBand + margin))));
     if (picture_->size() != wanted) {
         picture_->resize(wanted);
     }

@@ -42,6 +42,9 @@ void applyDarkLook(QApplication& app) {
     dark.setColor(QPalette::Disabled, QPalette::WindowText, secondary.darker(140));
     dark.setColor(QPalette::Disabled, QPalette::Text, secondary.darker(140));
     dark.setColor(QPalette::Disabled, QPalette::ButtonText, secondary.darker(140));
+    // Disabled text is drawn flat: the style etches it with the Light colour, which on a dark palette
+    // reads as doubled text.
+    dark.setColor(QPalette::Disabled, QPalette::Light, Qt::transparent);
     dark.setColor(QPalette::Mid, secondary);
     app.setPalette(dark);
 }
