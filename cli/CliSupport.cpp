@@ -114,6 +114,14 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
     }
     ImagePipeline::AssemblyInput input;
     const json& lines = document["lines"];
+    // A recognised page holds tens of lines of tens of characters; far more is no page, and the
+    // detector's work grows with the square of both.
+    constexpr std::size_t mostLines = 2000;
+    constexpr std::size_t longestLine = 1000;
+    if (lines.size() > mostLines) {
+        throw UsageError(source + ": at most " + std::to_string(mostLines) + " lines, not " +
+                         std::to_string(lines.size()));
+    }
     for (std::size_t i = 0; i < lines.size(); ++i) {
         const std::string where = source + ": line " + std::to_string(i + 1);
         const json& item = lines[i];
@@ -122,6 +130,9 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
         }
         platform::Recognition::Line line;
         line.text = item["text"].get<std::string>();
+        if (line.text.size() > longestLine) {
+            throw UsageError(where + ": \"text\" may hold at most " + std::to_string(longestLine) + " bytes");
+        }
         line.box = recognitionBox(rectFrom(item, where));
         line.confidence =
             item.contains("confidence") ? static_cast<float>(number(item, "confidence", where)) : 1.0f;

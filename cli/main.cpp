@@ -59,7 +59,8 @@ Commands:
       "faces": [rect...], "barcodes": [rect...], "zones": [rect...],
       "image": {"width", "height"},
       "software", "centering": {"applied", "confidence"},
-      "supportedLanguages": [...]}. Every key but "lines" is optional;
+      "supportedLanguages": [...]}. Every key but "lines" is optional; at
+      most 2,000 lines of at most 1,000 bytes each;
       rectangles are fractions of the image, origin at the top-left corner;
       ranges count UTF-16 code units. Without "supportedLanguages" the
       languages installed on this machine are assumed.

@@ -162,6 +162,29 @@ TEST_F(AnalyzeCommand, AbsentOptionalsAreNullAndBadInputIsNamed) {
     EXPECT_EQ(cli("analyze").exitCode, 2);
 }
 
+TEST_F(AnalyzeCommand, MoreThanAPageOfLinesIsRefusedBeforeAnyWork) {
+    const std::string line = R"({"text": "%", "x": 0.1, "y": 0.1, "width": 0.5, "height": 0.02})";
+    auto withText = [&](const std::string& text) {
+        std::string item = line;
+        return item.replace(item.find('%'), 1, text);
+    };
+    const CliRun longest = cli("analyze --lines " +
+                               write("long.json", "{\"lines\": [" + withText(std::string(1000, 'A')) + "]}"));
+    EXPECT_EQ(longest.exitCode, 0) << longest.output.substr(0, 200);
+    const CliRun tooLong = cli(
+        "analyze --lines " + write("longer.json", "{\"lines\": [" + withText(std::string(1001, 'A')) + "]}"));
+    EXPECT_EQ(tooLong.exitCode, 2);
+    EXPECT_NE(tooLong.output.find("line 1: \"text\" may hold at most 1000 bytes"), std::string::npos)
+        << tooLong.output;
+    std::string many = "{\"lines\": [";
+    for (int i = 0; i < 2001; ++i) {
+        many += (i ? "," : "") + withText("ANNA");
+    }
+    const CliRun tooMany = cli("analyze --lines " + write("many.json", many + "]}"));
+    EXPECT_EQ(tooMany.exitCode, 2);
+    EXPECT_NE(tooMany.output.find("at most 2000 lines, not 2001"), std::string::npos) << tooMany.output;
+}
+
 class RedactCommand : public ::testing::Test {
 protected:
     TempDir dir;
