@@ -177,6 +177,15 @@ TEST_F(Hostile, MalformedHeifBoxes) {
     expectBounded(scrambled, "scrambled HEIF");
 }
 
+TEST_F(Hostile, AJpegOfMoreScansThanCamerasWriteIsRefused) {
+    const Bitmap image = patterned(64, 48);
+    // 1 + 189 x 6 = 1,135 scans: past the limit; 1 + 189 x 5 = 946 scans: a valid file, decoded.
+    const Outcome many = photo(encodeManyScanJpeg(image, 5));
+    EXPECT_EQ(many.error, DocumentError::invalidImage);
+    expectBounded(many, "many scans");
+    EXPECT_FALSE(photo(encodeManyScanJpeg(image, 4)).error);
+}
+
 TEST_F(Hostile, EveryDamagedByteOfAPhotoEndsCleanly) {
     // A small JPEG and PNG with one stretch of bytes overwritten at every place in turn.
     const Bitmap image = patterned(40, 30);

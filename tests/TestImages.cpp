@@ -171,6 +171,34 @@ std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive,
     return w.bytes();
 }
 
+std::vector<std::uint8_t> encodeManyScanJpeg(const Bitmap& image, int refinements) {
+    JpegWriter w;
+    w.info.image_width = static_cast<JDIMENSION>(image.width);
+    w.info.image_height = static_cast<JDIMENSION>(image.height);
+    w.info.input_components = 3;
+    w.info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&w.info);
+    std::vector<jpeg_scan_info> scans;
+    scans.push_back(jpeg_scan_info{3, {0, 1, 2, 0}, 0, 0, 0, 0});
+    for (int component = 0; component < 3; ++component) {
+        for (int band = 1; band < 64; ++band) {
+            scans.push_back(jpeg_scan_info{1, {component, 0, 0, 0}, band, band, 0, refinements});
+            for (int bit = refinements; bit > 0; --bit) {
+                scans.push_back(jpeg_scan_info{1, {component, 0, 0, 0}, band, band, bit, bit - 1});
+            }
+        }
+    }
+    w.info.scan_info = scans.data();
+    w.info.num_scans = static_cast<int>(scans.size());
+    jpeg_start_compress(&w.info, TRUE);
+    while (w.info.next_scanline < w.info.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(image.row(static_cast<int>(w.info.next_scanline)));
+        jpeg_write_scanlines(&w.info, &row, 1);
+    }
+    jpeg_finish_compress(&w.info);
+    return w.bytes();
+}
+
 std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_t c, std::uint8_t m,
                                               std::uint8_t y, std::uint8_t k) {
     JpegWriter w;

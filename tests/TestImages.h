@@ -37,6 +37,10 @@ std::vector<std::uint8_t> encodePng(int width, int height, int colorType, int bi
                                     const std::vector<std::uint8_t>& exif = {},
                                     const std::vector<std::uint8_t>& transparent = {});
 
+// A progressive JPEG whose every AC coefficient of every component has a scan of its own, refined
+// bit by bit over `refinements` more scans each: 1 + 189 x (1 + refinements) scans in all.
+std::vector<std::uint8_t> encodeManyScanJpeg(const Bitmap& image, int refinements);
+
 // A baseline or progressive JPEG (quality 92), optionally with an EXIF block (APP1).
 std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive = false,
                                      const std::vector<std::uint8_t>& exif = {});
