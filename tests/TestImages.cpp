@@ -143,16 +143,31 @@ struct JpegWriter {
     std::vector<std::uint8_t> bytes() const { return std::vector<std::uint8_t>(buffer, buffer + size); }
 };
 
-} // namespace
-
-std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive,
-                                     const std::vector<std::uint8_t>& exif) {
-    JpegWriter w;
+// The compressor set up for an RGB bitmap, with libjpeg's defaults.
+void describeRgb(JpegWriter& w, const Bitmap& image) {
     w.info.image_width = static_cast<JDIMENSION>(image.width);
     w.info.image_height = static_cast<JDIMENSION>(image.height);
     w.info.input_components = 3;
     w.info.in_color_space = JCS_RGB;
     jpeg_set_defaults(&w.info);
+}
+
+// Writes every row of the bitmap and ends the file; the compressor has been started.
+std::vector<std::uint8_t> finishRgb(JpegWriter& w, const Bitmap& image) {
+    while (w.info.next_scanline < w.info.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(image.row(static_cast<int>(w.info.next_scanline)));
+        jpeg_write_scanlines(&w.info, &row, 1);
+    }
+    jpeg_finish_compress(&w.info);
+    return w.bytes();
+}
+
+} // namespace
+
+std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive,
+                                     const std::vector<std::uint8_t>& exif) {
+    JpegWriter w;
+    describeRgb(w, image);
     jpeg_set_quality(&w.info, 92, TRUE);
     if (progressive) {
         jpeg_simple_progression(&w.info);
@@ -163,21 +178,12 @@ std::vector<std::uint8_t> encodeJpeg(const Bitmap& image, bool progressive,
         app1.insert(app1.end(), exif.begin(), exif.end());
         jpeg_write_marker(&w.info, JPEG_APP0 + 1, app1.data(), static_cast<unsigned>(app1.size()));
     }
-    while (w.info.next_scanline < w.info.image_height) {
-        JSAMPROW row = const_cast<JSAMPROW>(image.row(static_cast<int>(w.info.next_scanline)));
-        jpeg_write_scanlines(&w.info, &row, 1);
-    }
-    jpeg_finish_compress(&w.info);
-    return w.bytes();
+    return finishRgb(w, image);
 }
 
 std::vector<std::uint8_t> encodeManyScanJpeg(const Bitmap& image, int refinements) {
     JpegWriter w;
-    w.info.image_width = static_cast<JDIMENSION>(image.width);
-    w.info.image_height = static_cast<JDIMENSION>(image.height);
-    w.info.input_components = 3;
-    w.info.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&w.info);
+    describeRgb(w, image);
     std::vector<jpeg_scan_info> scans;
     scans.push_back(jpeg_scan_info{3, {0, 1, 2, 0}, 0, 0, 0, 0});
     for (int component = 0; component < 3; ++component) {
@@ -191,12 +197,7 @@ std::vector<std::uint8_t> encodeManyScanJpeg(const Bitmap& image, int refinement
     w.info.scan_info = scans.data();
     w.info.num_scans = static_cast<int>(scans.size());
     jpeg_start_compress(&w.info, TRUE);
-    while (w.info.next_scanline < w.info.image_height) {
-        JSAMPROW row = const_cast<JSAMPROW>(image.row(static_cast<int>(w.info.next_scanline)));
-        jpeg_write_scanlines(&w.info, &row, 1);
-    }
-    jpeg_finish_compress(&w.info);
-    return w.bytes();
+    return finishRgb(w, image);
 }
 
 std::vector<std::uint8_t> encodeAdobeCmykJpeg(int width, int height, std::uint8_t c, std::uint8_t m,
