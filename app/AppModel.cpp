@@ -357,6 +357,11 @@ void AppModel::exportCopy() {
         fail(t.cannotReplaceOriginal());
         return;
     }
+    if (QFileInfo::exists(*destination) &&
+        !dialogs_.confirm(title, t.replaceQuestion(QFileInfo(*destination).fileName()), t.replaceAnswer(),
+                          t.cancelAnswer())) {
+        return;
+    }
     busy_ = true;
     emit changed();
     start(

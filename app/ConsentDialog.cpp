@@ -19,7 +19,7 @@ ConsentDialog::ConsentDialog(AppModel& model, QWidget* parent) : QDialog(parent)
     setWindowTitle(QStringLiteral("Quorvel"));
     // Not modal: a modal sheet blocks the window's close button and its Quit; the window disables its
     // content while the sheet is up instead, and raises the sheet whenever it is activated.
-    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    setWindowFlags(Theme::dialogFlags);
     auto* layout = new QVBoxLayout(this);
     // The sheet is as tall as its wrapped text, no taller: a height worked out for a narrower width
     // left a wide gap under the title.

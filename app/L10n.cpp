@@ -226,6 +226,18 @@ QString L10n::cannotReplaceOriginal() const {
     return lookup(cannotReplaceTexts, language);
 }
 
+QString L10n::replaceQuestion(const QString& name) const {
+    return lookup(replaceQuestionTexts, language).arg(name);
+}
+
+QString L10n::replaceAnswer() const {
+    return lookup(replaceTexts, language);
+}
+
+QString L10n::cancelAnswer() const {
+    return lookup(cancelTexts, language);
+}
+
 QString L10n::languageLabel() const {
     return lookup(languageLabels, language);
 }

@@ -95,6 +95,10 @@ struct L10n {
     static const char* fieldName(int position);
 
     QString cannotReplaceOriginal() const;
+    // The question before an existing file is replaced, with `name` filled in, and its two answers.
+    QString replaceQuestion(const QString& name) const;
+    QString replaceAnswer() const;
+    QString cancelAnswer() const;
     QString languageLabel() const;
     QString viewLabel() const;
     QString pdfPages(int count) const;

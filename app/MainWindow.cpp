@@ -653,6 +653,7 @@ void MainWindow::showPendingDialogs() {
         alert_ = new QMessageBox(QMessageBox::Warning, t.actionError, *model_.error(), QMessageBox::NoButton,
                                  this);
         alert_->addButton(t.understood, QMessageBox::AcceptRole);
+        alert_->setWindowFlags(Theme::dialogFlags);
         alert_->setAttribute(Qt::WA_DeleteOnClose);
         // Closed by the button or any other way, the error is cleared; the next one shows again.
         connect(alert_, &QMessageBox::finished, &model_, &AppModel::clearError);

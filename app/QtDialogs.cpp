@@ -1,7 +1,11 @@
 #include "QtDialogs.h"
 
+#include "Theme.h"
+
 #include <QDir>
 #include <QFileDialog>
+#include <QMessageBox>
+#include <QPushButton>
 
 std::optional<QString> QtDialogs::chooseOpenFile(const QString& title) {
     const QString file = QFileDialog::getOpenFileName(
@@ -17,6 +21,17 @@ std::optional<QString> QtDialogs::chooseSaveFile(const QString& title, const QSt
                                                  bool pdf) {
     const QString file =
         QFileDialog::getSaveFileName(parent_, title, QDir::home().filePath(proposedName),
-                                     pdf ? QStringLiteral("PDF (*.pdf)") : QStringLiteral("PNG (*.png)"));
+                                     pdf ? QStringLiteral("PDF (*.pdf)") : QStringLiteral("PNG (*.png)"),
+                                     nullptr, QFileDialog::DontConfirmOverwrite);
     return file.isEmpty() ? std::nullopt : std::optional(file);
+}
+
+bool QtDialogs::confirm(const QString& title, const QString& question, const QString& yes,
+                        const QString& no) {
+    QMessageBox box(QMessageBox::Question, title, question, QMessageBox::NoButton, parent_,
+                    Theme::dialogFlags);
+    auto* yesButton = box.addButton(yes, QMessageBox::AcceptRole);
+    box.setDefaultButton(box.addButton(no, QMessageBox::RejectRole));
+    box.exec();
+    return box.clickedButton() == yesButton;
 }

@@ -11,6 +11,8 @@ public:
     std::optional<QString> chooseOpenFile(const QString& title) override;
     std::optional<QString> chooseSaveFile(const QString& title, const QString& proposedName,
                                           bool pdf) override;
+    bool confirm(const QString& title, const QString& question, const QString& yes,
+                 const QString& no) override;
 
 private:
     QWidget* parent_ = nullptr;

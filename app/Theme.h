@@ -23,6 +23,10 @@ void applyDarkLook(QApplication& app);
 QFont caption(bool semibold = false);
 QFont sized(int pixels, int weight = QFont::Normal);
 
+// Sheets and alerts carry a title and a close button, never minimise or maximise.
+inline constexpr Qt::WindowFlags dialogFlags =
+    Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint;
+
 // A label in caption font and the secondary colour that wraps and is never cut short.
 QWidget* captionLabel(const QString& text, QWidget* parent = nullptr);
 

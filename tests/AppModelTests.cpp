@@ -89,7 +89,10 @@ TEST(Texts, ComputedTexts) {
     EXPECT_EQ(L10n(AppLanguage::no).viewLabel(), QStringLiteral("Visning"));
     EXPECT_EQ(L10n(AppLanguage::pl).languageLabel(), QStringLiteral("Język"));
     for (AppLanguage language : AppLanguages::allCases()) {
-        EXPECT_FALSE(L10n(language).cannotReplaceOriginal().isEmpty());
+        const L10n t(language);
+        EXPECT_FALSE(t.cannotReplaceOriginal().isEmpty());
+        EXPECT_TRUE(t.replaceQuestion(QStringLiteral("x.png")).contains(QStringLiteral("x.png")));
+        EXPECT_FALSE(t.replaceAnswer().isEmpty() || t.cancelAnswer().isEmpty());
     }
 }
 
@@ -121,12 +124,18 @@ class ScriptedDialogs : public AppDialogs {
 public:
     std::deque<std::optional<QString>> openAnswers, saveAnswers;
     QString lastSaveTitle, lastProposedName;
+    std::vector<QString> questions;
+    bool replaceAnswer = true;
 
     std::optional<QString> chooseOpenFile(const QString&) override { return pop(openAnswers); }
     std::optional<QString> chooseSaveFile(const QString& title, const QString& proposed, bool) override {
         lastSaveTitle = title;
         lastProposedName = proposed;
         return pop(saveAnswers);
+    }
+    bool confirm(const QString&, const QString& question, const QString&, const QString&) override {
+        questions.push_back(question);
+        return replaceAnswer;
     }
 
 private:
@@ -243,6 +252,7 @@ TEST_F(Model, ExportNeedsTheReviewAndNeverReplacesTheOpenedFile) {
     EXPECT_EQ(model->error(), L10n(AppLanguage::en).cannotReplaceOriginal());
     EXPECT_EQ(readBytes(dir / "a.jpg"), before);
     EXPECT_FALSE(model->busy());
+    EXPECT_TRUE(dialogs.questions.empty()) << "asked to replace the file it then refuses";
     EXPECT_TRUE(dialogs.lastProposedName.contains(
         QRegularExpression(QStringLiteral("^document-redacted-[0-9A-F]{8}\\.png$"))))
         << dialogs.lastProposedName.toStdString();
@@ -253,6 +263,22 @@ TEST_F(Model, ExportNeedsTheReviewAndNeverReplacesTheOpenedFile) {
     ASSERT_TRUE(settle());
     EXPECT_EQ(model->status(), L10n(AppLanguage::en).saved);
     EXPECT_EQ(pngChunks(readBytes(dir / "out.png")), (std::vector<std::string>{"IHDR", "IDAT", "IEND"}));
+
+    // Another existing file is replaced only when the user says so.
+    const auto saved = readBytes(dir / "out.png");
+    writeBytes(dir / "out.png", before);
+    dialogs.replaceAnswer = false;
+    dialogs.saveAnswers = {QString::fromStdString((dir / "out.png").string())};
+    model->exportCopy();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(dialogs.questions,
+              std::vector<QString>{QStringLiteral("“out.png” already exists. Replace it?")});
+    EXPECT_EQ(readBytes(dir / "out.png"), before);
+    dialogs.replaceAnswer = true;
+    dialogs.saveAnswers = {QString::fromStdString((dir / "out.png").string())};
+    model->exportCopy();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(readBytes(dir / "out.png"), saved);
 }
 
 TEST_F(Model, ErrorsReachTheAlertWithTheirOwnText) {

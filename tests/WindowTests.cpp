@@ -35,6 +35,7 @@ public:
     std::optional<QString> chooseSaveFile(const QString&, const QString&, bool) override {
         return saveAnswer;
     }
+    bool confirm(const QString&, const QString&, const QString&, const QString&) override { return true; }
 };
 
 void setConsent(bool given) {
