@@ -208,16 +208,18 @@ bool containsPhrase(std::string_view normalizedText, std::string_view phrase) {
     return containsPhraseUnicode(UnicodeText::utf16(normalizedText), phrase);
 }
 
-CountryDetection detect(const std::vector<TextRegion>& lines) {
-    std::vector<icu::UnicodeString> normalized;
-    normalized.reserve(lines.size());
-    for (const TextRegion& line : lines) {
-        normalized.push_back(FieldLexicon::normalizeUnicode(UnicodeText::utf16(line.text)));
-    }
+namespace {
 
-    // A: issuing-state codes of machine-readable zones.
-    std::set<std::string> zoneCodes;
-    for (const icu::UnicodeString& text : normalized) {
+// A page's lines as the country rules see them.
+struct Page {
+    const std::vector<TextRegion>& lines;
+    std::vector<icu::UnicodeString> normalized;
+};
+
+// Issuing-state codes of machine-readable zones.
+std::set<std::string> zoneCodes(const Page& page) {
+    std::set<std::string> codes;
+    for (const icu::UnicodeString& text : page.normalized) {
         icu::UnicodeString compact(text);
         compact.findAndReplace(u" ", u"");
         if (!UnicodeText::search(zoneFirstLine(), compact) || compact.indexOf(u'<') < 0) {
@@ -234,30 +236,38 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
         } else if (!std::all_of(code.begin(), code.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
             continue;
         }
-        zoneCodes.insert(code);
+        codes.insert(code);
     }
+    return codes;
+}
 
-    // B: catalogue aliases in the upper part, on lines that are not address, birth or nationality fields.
-    std::set<std::string> aliasCodes;
+// Catalogue aliases in the upper part, on lines that are not address, birth or nationality fields.
+std::set<std::string> aliasCodes(const Page& page) {
+    std::set<std::string> codes;
     const auto& aliases = normalizedAliases();
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (!(centre(lines[i]) < aliasLimit) || UnicodeText::search(fieldLabelExclusion(), normalized[i])) {
+    for (std::size_t i = 0; i < page.lines.size(); ++i) {
+        if (!(centre(page.lines[i]) < aliasLimit) ||
+            UnicodeText::search(fieldLabelExclusion(), page.normalized[i])) {
             continue;
         }
         for (std::size_t row = 0; row < aliases.size(); ++row) {
-            if (namesAny({normalized[i]}, aliases[row])) {
-                aliasCodes.insert(rows[row].code);
+            if (namesAny({page.normalized[i]}, aliases[row])) {
+                codes.insert(rows[row].code);
             }
         }
     }
+    return codes;
+}
 
-    // C: the zone decides when it names one state.
-    if (zoneCodes.size() >= 2) {
+// The zone decides when it names one state; else the aliases alone.
+std::optional<CountryDetection> fromCodes(const std::set<std::string>& zone,
+                                          const std::set<std::string>& alias) {
+    if (zone.size() >= 2) {
         return CountryDetection{std::nullopt, ambiguousName, ambiguousEvidence, false, true};
     }
-    if (zoneCodes.size() == 1) {
-        const std::string& code = *zoneCodes.begin();
-        const bool conflict = !aliasCodes.empty() && !aliasCodes.contains(code);
+    if (zone.size() == 1) {
+        const std::string& code = *zone.begin();
+        const bool conflict = !alias.empty() && !alias.contains(code);
         const char* evidence =
             conflict ? "MRZ; заголовок противоречит коду страны" : "Код выдающей страны в MRZ";
         if (const auto row = profile(code)) {
@@ -266,41 +276,47 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
         const std::string name = regionName(code.c_str(), "ru_RU").value_or("Страна MRZ: " + code);
         return CountryDetection{code, name, evidence, false, conflict};
     }
-
-    // D: aliases alone.
-    if (aliasCodes.size() >= 2) {
+    if (alias.size() >= 2) {
         return CountryDetection{std::nullopt, ambiguousName, ambiguousEvidence, false, true};
     }
-    if (aliasCodes.size() == 1) {
-        return fromRow(*profile(*aliasCodes.begin()), "Название страны в верхней части документа");
+    if (alias.size() == 1) {
+        return fromRow(*profile(*alias.begin()), "Название страны в верхней части документа");
     }
+    return std::nullopt;
+}
 
-    // E: driving licences name their state or province near the top.
-    if (FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType) {
-        std::vector<icu::UnicodeString> top;
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            if (centre(lines[i]) < stateLimit && !UnicodeText::search(fieldLabelExclusion(), normalized[i])) {
-                top.push_back(normalized[i]);
-            }
-        }
-        static const std::vector<icu::UnicodeString> provinces = normalizedList(canadianProvinces);
-        static const std::vector<icu::UnicodeString> states = normalizedList(usStates);
-        const bool canadian = namesAny(top, provinces);
-        const bool american = namesAny(top, states);
-        if (american != canadian) {
-            const auto row = profile(american ? "USA" : "CAN");
-            if (!row) {
-                UnicodeText::fatal("CountryCatalog: the catalogue lost its USA or CAN row");
-            }
-            return fromRow(*row, drivingRegionEvidence);
+// Driving licences name their state or province near the top.
+std::optional<CountryDetection> drivingRegion(const Page& page) {
+    if (FieldDetector::documentType(page.lines) != FieldDetector::drivingLicenceType) {
+        return std::nullopt;
+    }
+    std::vector<icu::UnicodeString> top;
+    for (std::size_t i = 0; i < page.lines.size(); ++i) {
+        if (centre(page.lines[i]) < stateLimit &&
+            !UnicodeText::search(fieldLabelExclusion(), page.normalized[i])) {
+            top.push_back(page.normalized[i]);
         }
     }
+    static const std::vector<icu::UnicodeString> provinces = normalizedList(canadianProvinces);
+    static const std::vector<icu::UnicodeString> states = normalizedList(usStates);
+    const bool canadian = namesAny(top, provinces);
+    const bool american = namesAny(top, states);
+    if (american == canadian) {
+        return std::nullopt;
+    }
+    const auto row = profile(american ? "USA" : "CAN");
+    if (!row) {
+        UnicodeText::fatal("CountryCatalog: the catalogue lost its USA or CAN row");
+    }
+    return fromRow(*row, drivingRegionEvidence);
+}
 
-    // F: a top line that is exactly a country's name.
+// A top line that is exactly one country's name.
+std::optional<CountryDetection> namedRegion(const Page& page) {
     std::vector<icu::UnicodeString> topLines;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (centre(lines[i]) < regionLimit) {
-            topLines.push_back(UnicodeText::trimmedWhitespace(normalized[i]));
+    for (std::size_t i = 0; i < page.lines.size(); ++i) {
+        if (centre(page.lines[i]) < regionLimit) {
+            topLines.push_back(UnicodeText::trimmedWhitespace(page.normalized[i]));
         }
     }
     std::map<std::string, std::string> named;
@@ -315,11 +331,28 @@ CountryDetection detect(const std::vector<TextRegion>& lines) {
             }
         }
     }
-    if (named.size() == 1) {
-        return CountryDetection{named.begin()->first, named.begin()->second,
-                                "Название страны; общие правила полей", false, false};
+    if (named.size() != 1) {
+        return std::nullopt;
     }
-    return CountryDetection::unknown();
+    return CountryDetection{named.begin()->first, named.begin()->second,
+                            "Название страны; общие правила полей", false, false};
+}
+
+} // namespace
+
+CountryDetection detect(const std::vector<TextRegion>& lines) {
+    Page page{lines, {}};
+    page.normalized.reserve(lines.size());
+    for (const TextRegion& line : lines) {
+        page.normalized.push_back(FieldLexicon::normalizeUnicode(UnicodeText::utf16(line.text)));
+    }
+    if (auto found = fromCodes(zoneCodes(page), aliasCodes(page))) {
+        return *found;
+    }
+    if (auto found = drivingRegion(page)) {
+        return *found;
+    }
+    return namedRegion(page).value_or(CountryDetection::unknown());
 }
 
 } // namespace CountryCatalog

@@ -1,4 +1,4 @@
-#include "FieldDetector.h"
+#include "FieldClassifiers.h"
 
 #include "CountryCatalog.h"
 #include "FieldLexicon.h"
@@ -424,42 +424,45 @@ std::vector<TextRange> fieldSpans(std::string_view text, bool drivingLicence) {
     return spans;
 }
 
-Detection detect(const std::vector<TextRegion>& lines) {
-    const Patterns& p = patterns();
-    const std::size_t n = lines.size();
-    std::vector<LineFacts> facts;
-    facts.reserve(n);
-    for (const TextRegion& line : lines) {
-        const UnicodeString raw = utf16(line.text);
-        facts.emplace_back(raw, FieldLexicon::normalizeUnicode(raw));
-    }
+namespace {
 
-    // Phase 1: the document type and the caption of every line.
-    Detection result;
-    result.type = documentType(lines);
-    const bool driving = result.type == drivingLicenceType;
-    std::vector<std::optional<FieldKind>> labels(n);
+// One page as the rules see it: its lines, the facts of each line, the captions found and the kind
+// each line has been given so far. The phases below fill it in order.
+struct Page {
+    const std::vector<TextRegion>& lines;
+    std::vector<LineFacts> facts;
+    bool driving = false;
+    std::vector<std::optional<FieldKind>> labels;
     std::map<std::size_t, Assignment> assigned;
-    for (std::size_t i = 0; i < n; ++i) {
-        labels[i] = labelKind16(facts[i].norm(), driving);
-        if (labels[i]) {
-            assigned[i] = Assignment{*labels[i], FieldEvidence::label};
+
+    std::size_t size() const { return lines.size(); }
+};
+
+// The caption of every line.
+void findCaptions(Page& page) {
+    page.labels.resize(page.size());
+    for (std::size_t i = 0; i < page.size(); ++i) {
+        page.labels[i] = labelKind16(page.facts[i].norm(), page.driving);
+        if (page.labels[i]) {
+            page.assigned[i] = Assignment{*page.labels[i], FieldEvidence::label};
         }
     }
+}
 
-    // Phase 2: values beside or below captions.
-    for (std::size_t i = 0; i < n; ++i) {
-        if (labels[i]) {
+// Values beside or below captions: each uncaptioned line takes the nearest caption that accepts it.
+void pairValues(Page& page) {
+    for (std::size_t i = 0; i < page.size(); ++i) {
+        if (page.labels[i]) {
             continue;
         }
-        LineFacts& value = facts[i];
+        LineFacts& value = page.facts[i];
         std::optional<std::pair<double, std::size_t>> best;
-        for (std::size_t j = 0; j < n; ++j) {
-            if (!labels[j]) {
+        for (std::size_t j = 0; j < page.size(); ++j) {
+            if (!page.labels[j]) {
                 continue;
             }
-            const FieldKind kind = *labels[j];
-            LineFacts& caption = facts[j];
+            const FieldKind kind = *page.labels[j];
+            LineFacts& caption = page.facts[j];
             if (isDateKind(kind)) {
                 if (caption.hasDate()) {
                     continue; // the caption carries its own value
@@ -478,30 +481,34 @@ Detection detect(const std::vector<TextRegion>& lines) {
             }
             // An address caption refuses a value that is itself a date caption; a value candidate has
             // no caption of any kind (no numbered one, no vocabulary label), so every value passes.
-            const std::optional<double> score = pairingScore(lines[i].rect, lines[j].rect);
+            const std::optional<double> score = pairingScore(page.lines[i].rect, page.lines[j].rect);
             if (score && (!best || *score < best->first)) {
                 best = std::pair{*score, j};
             }
         }
         if (best) {
-            assigned[i] = Assignment{*labels[best->second], FieldEvidence::nearbyLabel};
+            page.assigned[i] = Assignment{*page.labels[best->second], FieldEvidence::nearbyLabel};
         }
     }
+}
 
-    // Phase 3: address blocks grow downwards from an address caption or an address-like line.
-    std::vector<std::size_t> byTop(n);
-    for (std::size_t i = 0; i < n; ++i) {
+// Address blocks grow downwards from an address caption or an address-like line.
+void growAddresses(Page& page) {
+    const auto& lines = page.lines;
+    std::vector<std::size_t> byTop(page.size());
+    for (std::size_t i = 0; i < page.size(); ++i) {
         byTop[i] = i;
     }
     std::stable_sort(byTop.begin(), byTop.end(), [&](std::size_t a, std::size_t b) {
         return lines[a].rect.minY() < lines[b].rect.minY();
     });
-    for (std::size_t i = 0; i < n; ++i) {
-        const bool caption = labels[i] == FieldKind::address;
-        if (!caption && (labels[i] || !facts[i].address())) {
+    for (std::size_t i = 0; i < page.size(); ++i) {
+        const bool caption = page.labels[i] == FieldKind::address;
+        if (!caption && (page.labels[i] || !page.facts[i].address())) {
             continue;
         }
-        assigned[i] = Assignment{FieldKind::address, caption ? FieldEvidence::label : FieldEvidence::format};
+        page.assigned[i] =
+            Assignment{FieldKind::address, caption ? FieldEvidence::label : FieldEvidence::format};
         const Rect& start = lines[i].rect;
         double bottom = start.maxY();
         for (std::size_t k : byTop) {
@@ -511,29 +518,33 @@ Detection detect(const std::vector<TextRegion>& lines) {
                             std::abs(r.minX() - start.minX()) < 0.12)) {
                 continue;
             }
-            if (labels[k] || facts[k].hasDate() || r.minY() - bottom > std::max(1.6 * start.height, 0.045)) {
+            if (page.labels[k] || page.facts[k].hasDate() ||
+                r.minY() - bottom > std::max(1.6 * start.height, 0.045)) {
                 break;
             }
-            const auto existing = assigned.find(k);
-            if (existing != assigned.end() &&
+            const auto existing = page.assigned.find(k);
+            if (existing != page.assigned.end() &&
                 (isDateKind(existing->second.kind) || existing->second.kind == FieldKind::personName)) {
                 break;
             }
-            assigned[k] = Assignment{FieldKind::address, FieldEvidence::nearbyLabel};
+            page.assigned[k] = Assignment{FieldKind::address, FieldEvidence::nearbyLabel};
             bottom = r.maxY();
         }
     }
+}
 
-    // Phase 4: one decision per line.
+// One decision per line: its assignment, else its own form.
+void decideLines(Page& page, Detection& result) {
+    const Patterns& p = patterns();
     auto emit = [&](std::size_t i, FieldKind kind, FieldEvidence evidence) {
-        result.regions.push_back(RedactionRegion{kind, lines[i].rect, Uuid::random(), evidence});
+        result.regions.push_back(RedactionRegion{kind, page.lines[i].rect, Uuid::random(), evidence});
     };
-    for (std::size_t i = 0; i < n; ++i) {
-        LineFacts& line = facts[i];
+    for (std::size_t i = 0; i < page.size(); ++i) {
+        LineFacts& line = page.facts[i];
         UnicodeString compact(line.norm());
         compact.findAndReplace(u" ", u"");
-        const auto entry = assigned.find(i);
-        const Assignment* assignment = entry == assigned.end() ? nullptr : &entry->second;
+        const auto entry = page.assigned.find(i);
+        const Assignment* assignment = entry == page.assigned.end() ? nullptr : &entry->second;
         const FieldEvidence evidence = assignment ? assignment->evidence : FieldEvidence::format;
 
         // A zone line: two fillers and 15 characters.
@@ -587,8 +598,10 @@ Detection detect(const std::vector<TextRegion>& lines) {
             emit(i, FieldKind::personName, FieldEvidence::nameCandidate);
         }
     }
+}
 
-    // Phase 5: page warnings.
+// What the person should check on this page.
+void pageWarnings(const Page& page, Detection& result) {
     auto emitted = [&](FieldKind kind) {
         return std::any_of(result.regions.begin(), result.regions.end(),
                            [&](const RedactionRegion& r) { return r.kind == kind; });
@@ -598,7 +611,7 @@ Detection detect(const std::vector<TextRegion>& lines) {
         result.warnings.push_back("Есть даты без понятной подписи: они скрыты. Переключатели дат действуют "
                                   "только на распознанные поля.");
     }
-    if (std::any_of(lines.begin(), lines.end(),
+    if (std::any_of(page.lines.begin(), page.lines.end(),
                     [&](const TextRegion& l) { return l.confidence < lowConfidence; })) {
         result.warnings.push_back(
             "Часть текста распознана неуверенно. Проверьте номера, даты и адрес на увеличенном изображении.");
@@ -612,6 +625,25 @@ Detection detect(const std::vector<TextRegion>& lines) {
     if (!emitted(FieldKind::birthDate)) {
         result.warnings.push_back("Дата рождения не определена по подписи. Проверьте, что она закрыта.");
     }
+}
+
+} // namespace
+
+Detection detect(const std::vector<TextRegion>& lines) {
+    Page page{lines, {}, false, {}, {}};
+    page.facts.reserve(lines.size());
+    for (const TextRegion& line : lines) {
+        const UnicodeString raw = utf16(line.text);
+        page.facts.emplace_back(raw, FieldLexicon::normalizeUnicode(raw));
+    }
+    Detection result;
+    result.type = documentType(lines);
+    page.driving = result.type == drivingLicenceType;
+    findCaptions(page);
+    pairValues(page);
+    growAddresses(page);
+    decideLines(page, result);
+    pageWarnings(page, result);
     return result;
 }
 

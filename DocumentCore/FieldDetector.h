@@ -23,19 +23,8 @@ inline constexpr const char* passportType = "Паспорт";
 inline constexpr const char* idCardType = "ID-карта";
 inline constexpr const char* unknownType = "Тип не определён";
 
-// Line classifiers.
-bool isLikelyName(std::string_view text);
-bool labelHasNameValue(std::string_view line);
-bool looksLikeLabelledNumber(std::string_view text);
-bool looksLikeAddress(std::string_view normalizedText);
-std::optional<FieldKind> numberedKind(std::string_view normalizedText, bool driving);
-std::optional<FieldKind> labelKind(std::string_view line, bool drivingLicence);
+// The document type a page's lines name (one of the types above).
 std::string documentType(const std::vector<TextRegion>& lines);
-bool isHeading(std::string_view line, std::string_view type);
-bool containsDate(std::string_view text);
-
-// Identifier-like runs in a line (UTF-16 ranges), dates excluded, longest first on overlap.
-std::vector<TextRange> identifierRanges(std::string_view text);
 
 // Cuts a line into spans at each caption, each 4a/4b caption of a driving licence, and around each
 // identifier; the spans tile the line. A line whose normalisation changes its length stays whole.

@@ -237,88 +237,79 @@ std::optional<Rect> portraitPlace(const std::vector<Rect>& bands, std::size_t ch
     return intersection(place, Rect{0, 0, 1, 1});
 }
 
-} // namespace
-
-Analysis assemble(const AssemblyInput& input) {
-    // How far a detected face is widened: portraits continue past the face itself.
-    constexpr double faceMarginX = 0.012;
-    constexpr double faceMarginY = 0.018;
-    constexpr int lowResolutionSide = 699;
-
-    std::vector<platform::Recognition::Line> recognised = input.recognition.lines;
-    const std::optional<MachineZone::Found> zone = correctZone(recognised);
-    std::vector<TextRegion> lines;
-    for (const auto& line : recognised) {
-        lines.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
-    }
-    const CountryDetection country = CountryCatalog::detect(lines);
-    const bool drivingLicence = FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType;
-    std::vector<TextRegion> spans;
-    for (const auto& line : recognised) {
-        appendSpans(line, drivingLicence, spans);
-    }
-    FieldDetector::Detection detection = FieldDetector::detect(spans);
-
-    std::vector<RedactionRegion> regions = std::move(detection.regions);
-    // Values the zone vouches for, wherever the page prints them again: a number or date misread past
-    // its caption's reach, or printed far from it, is still the holder's.
-    if (zone && zone->valid) {
-        const MachineZone::Holder holder = MachineZone::holder(zone->lines);
-        for (std::size_t i = 0; i < recognised.size(); ++i) {
-            if (i >= zone->first && i < zone->first + zone->lines.size()) {
-                continue;
-            }
-            const std::optional<FieldKind> kind = MachineZone::repeated(holder, recognised[i].text);
-            if (!kind) {
-                continue;
-            }
-            // A mask the detector put on the line already stands; a date it could not place gets its kind.
-            const Rect& rect = lines[i].rect;
-            const auto same = std::find_if(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
-                const std::optional<Rect> common = intersection(r.rect, rect);
-                return (r.kind == *kind || r.kind == FieldKind::uncertain) && common &&
-                       common->width * common->height >= 0.9 * rect.width * rect.height;
-            });
-            if (same == regions.end()) {
-                regions.push_back(
-                    RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::machineReadable});
-            } else if (same->kind == FieldKind::uncertain) {
-                same->kind = *kind;
-                same->evidence = FieldEvidence::machineReadable;
-            }
+// Values the zone vouches for, wherever the page prints them again: a number or date misread past
+// its caption's reach, or printed far from it, is still the holder's.
+void addVouchedValues(const MachineZone::Found& zone,
+                      const std::vector<platform::Recognition::Line>& recognised,
+                      const std::vector<TextRegion>& lines, std::vector<RedactionRegion>& regions) {
+    const MachineZone::Holder holder = MachineZone::holder(zone.lines);
+    for (std::size_t i = 0; i < recognised.size(); ++i) {
+        if (i >= zone.first && i < zone.first + zone.lines.size()) {
+            continue;
+        }
+        const std::optional<FieldKind> kind = MachineZone::repeated(holder, recognised[i].text);
+        if (!kind) {
+            continue;
+        }
+        // A mask the detector put on the line already stands; a date it could not place gets its kind.
+        const Rect& rect = lines[i].rect;
+        const auto same = std::find_if(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
+            const std::optional<Rect> common = intersection(r.rect, rect);
+            return (r.kind == *kind || r.kind == FieldKind::uncertain) && common &&
+                   common->width * common->height >= 0.9 * rect.width * rect.height;
+        });
+        if (same == regions.end()) {
+            regions.push_back(RedactionRegion{*kind, rect, Uuid::random(), FieldEvidence::machineReadable});
+        } else if (same->kind == FieldKind::uncertain) {
+            same->kind = *kind;
+            same->evidence = FieldEvidence::machineReadable;
         }
     }
-    // Text boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible: every text
-    // mask reaches past its line by this share of the line's height, on every side.
+}
+
+// Text boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible: every text
+// mask reaches past its line by this share of the line's height, on every side.
+void widenTextMasks(std::vector<RedactionRegion>& regions, std::optional<RiskEngine::PixelSize> image) {
     constexpr double textMargin = 0.2;
-    const double aspect = input.image && input.image->width > 0
-                              ? static_cast<double>(input.image->height) / input.image->width
-                              : 1.0;
+    const double aspect = image && image->width > 0 ? static_cast<double>(image->height) / image->width : 1.0;
     for (RedactionRegion& region : regions) {
         const double dy = textMargin * region.rect.height, dx = dy * aspect;
         region.rect = Rect{region.rect.x - dx, region.rect.y - dy, region.rect.width + 2 * dx,
                            region.rect.height + 2 * dy};
     }
-    for (const auto& face : input.recognition.faces) {
+}
+
+// Faces, barcodes and zone bands as the image shows them; returns the zone bands.
+std::vector<Rect> addVisionRegions(const platform::Recognition::Result& recognition,
+                                   std::vector<RedactionRegion>& regions) {
+    // How far a detected face is widened: portraits continue past the face itself.
+    constexpr double faceMarginX = 0.012;
+    constexpr double faceMarginY = 0.018;
+    for (const auto& face : recognition.faces) {
         const Rect r = topLeftOf(face);
         regions.push_back(RedactionRegion{
             FieldKind::face,
             Rect{r.x - faceMarginX, r.y - faceMarginY, r.width + 2 * faceMarginX, r.height + 2 * faceMarginY},
             Uuid::random(), FieldEvidence::vision});
     }
-    for (const auto& barcode : input.recognition.barcodes) {
+    for (const auto& barcode : recognition.barcodes) {
         regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(barcode), Uuid::random(),
                                           FieldEvidence::vision});
     }
     // The zone as the image shows it covers what the regions of its recognised lines leave.
     std::vector<Rect> bands;
-    for (const auto& zone : input.recognition.zones) {
+    for (const auto& zone : recognition.zones) {
         bands.push_back(topLeftOf(zone));
         regions.push_back(
             RedactionRegion{FieldKind::machineReadable, bands.back(), Uuid::random(), FieldEvidence::vision});
     }
-    // A portrait printed over security patterns defeats the face detector; on a passport page its
-    // place is known, and is masked when no face was found there.
+    return bands;
+}
+
+// A portrait printed over security patterns defeats the face detector; on a passport page its place
+// is known, and is masked when no face was found there.
+void addPortraitPlace(const std::optional<MachineZone::Found>& zone, const std::vector<Rect>& bands,
+                      std::optional<RiskEngine::PixelSize> image, std::vector<RedactionRegion>& regions) {
     std::size_t zoneLength = 0; // as printed: a zone that is not valid may be read short
     if (zone) {
         for (const std::string& l : zone->lines) {
@@ -326,19 +317,25 @@ Analysis assemble(const AssemblyInput& input) {
         }
         zoneLength = zone->valid ? zoneLength : (zoneLength >= 40 ? 44 : 36);
     }
-    if (const auto place = portraitPlace(bands, zoneLength, input.image)) {
-        const bool faceThere = std::any_of(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
-            const auto common = intersection(r.rect, *place);
-            return r.kind == FieldKind::face && common &&
-                   common->width * common->height > 0.25 * r.rect.width * r.rect.height;
-        });
-        if (!faceThere) {
-            regions.push_back(
-                RedactionRegion{FieldKind::face, *place, Uuid::random(), FieldEvidence::vision});
-        }
+    const auto place = portraitPlace(bands, zoneLength, image);
+    if (!place) {
+        return;
     }
+    const bool faceThere = std::any_of(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
+        const auto common = intersection(r.rect, *place);
+        return r.kind == FieldKind::face && common &&
+               common->width * common->height > 0.25 * r.rect.width * r.rect.height;
+    });
+    if (!faceThere) {
+        regions.push_back(RedactionRegion{FieldKind::face, *place, Uuid::random(), FieldEvidence::vision});
+    }
+}
 
-    std::vector<std::string> warnings = std::move(detection.warnings);
+// What the person should check on this page, after the detector's own warnings.
+void addPageWarnings(const AssemblyInput& input, const CountryDetection& country,
+                     const std::vector<std::string>& unavailable, bool textFound,
+                     std::vector<std::string>& warnings) {
+    constexpr int lowResolutionSide = 699;
     if (input.centering.applied) {
         const int percent = static_cast<int>(input.centering.confidence * 100.0f);
         warnings.push_back("Документ автоматически выровнен по найденным границам (уверенность " +
@@ -347,8 +344,6 @@ Analysis assemble(const AssemblyInput& input) {
         warnings.push_back(
             "Границы документа не удалось уверенно найти. Проверьте наклон и края снимка вручную.");
     }
-    const std::vector<std::string> unavailable =
-        OCRLanguages::unavailable(country.code, input.supportedLanguages);
     if (!unavailable.empty()) {
         std::string names;
         for (const std::string& code : unavailable) {
@@ -370,7 +365,7 @@ Analysis assemble(const AssemblyInput& input) {
     if (input.image && std::min(input.image->width, input.image->height) <= lowResolutionSide) {
         warnings.push_back("Низкое разрешение. Мелкие номера и повторные фотографии могут быть пропущены.");
     }
-    if (spans.empty()) {
+    if (!textFound) {
         warnings.push_back("Текст не распознан. Добавьте маски вручную или загрузите более чёткое фото.");
     }
     if (input.recognition.faces.empty()) {
@@ -380,6 +375,37 @@ Analysis assemble(const AssemblyInput& input) {
     warnings.push_back(
         "Проверьте обе стороны документа, все номера, адрес и дату рождения. Детектор не гарантирует "
         "распознавание всех форматов и полей.");
+}
+
+} // namespace
+
+Analysis assemble(const AssemblyInput& input) {
+    std::vector<platform::Recognition::Line> recognised = input.recognition.lines;
+    const std::optional<MachineZone::Found> zone = correctZone(recognised);
+    std::vector<TextRegion> lines;
+    for (const auto& line : recognised) {
+        lines.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
+    }
+    const CountryDetection country = CountryCatalog::detect(lines);
+    const bool drivingLicence = FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType;
+    std::vector<TextRegion> spans;
+    for (const auto& line : recognised) {
+        appendSpans(line, drivingLicence, spans);
+    }
+    FieldDetector::Detection detection = FieldDetector::detect(spans);
+
+    std::vector<RedactionRegion> regions = std::move(detection.regions);
+    if (zone && zone->valid) {
+        addVouchedValues(*zone, recognised, lines, regions);
+    }
+    widenTextMasks(regions, input.image);
+    const std::vector<Rect> bands = addVisionRegions(input.recognition, regions);
+    addPortraitPlace(zone, bands, input.image, regions);
+
+    std::vector<std::string> warnings = std::move(detection.warnings);
+    const std::vector<std::string> unavailable =
+        OCRLanguages::unavailable(country.code, input.supportedLanguages);
+    addPageWarnings(input, country, unavailable, !spans.empty(), warnings);
 
     return Analysis{std::move(regions),
                     std::move(detection.type),

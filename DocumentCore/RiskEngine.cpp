@@ -75,8 +75,10 @@ std::optional<int> checkDigit(std::string_view field) noexcept {
     return sum % 10;
 }
 
-RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<std::string>& software,
-                      std::optional<PixelSize> image) {
+namespace {
+
+// Lines that look like zone lines, top to bottom, upper-cased and without blanks.
+std::vector<std::string> zoneCandidates(const std::vector<TextRegion>& lines) {
     std::vector<const TextRegion*> ordered;
     for (const TextRegion& line : lines) {
         ordered.push_back(&line);
@@ -84,7 +86,6 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
     std::stable_sort(ordered.begin(), ordered.end(), [](const TextRegion* a, const TextRegion* b) {
         return a->rect.minY() < b->rect.minY();
     });
-
     std::vector<std::string> candidates;
     for (const TextRegion* line : ordered) {
         std::string cleaned = upperWithoutSpaces(line->text);
@@ -92,17 +93,21 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
             candidates.push_back(std::move(cleaned));
         }
     }
+    return candidates;
+}
 
+// The check digits of every layout found among the candidates.
+Tally checkZones(const std::vector<std::string>& candidates) {
     Tally tally;
     for (std::size_t i = 0; i < candidates.size(); ++i) {
         const std::string& line = candidates[i];
         const std::string* previous = i > 0 ? &candidates[i - 1] : nullptr;
-        if (previous && line.size() == 44 && previous->size() == 44 && previous->starts_with("P<")) {
-            tally.verify(line, 1, 9, 10);
-            tally.verify(line, 14, 19, 20);
-            tally.verify(line, 22, 27, 28);
-        } else if (previous && line.size() == 36 && previous->size() == 36 &&
-                   previous->find("<<") != std::string::npos) {
+        // The second line of a passport (44) or of a two-line card (36): number, birth, expiry.
+        const bool td3 =
+            previous && line.size() == 44 && previous->size() == 44 && previous->starts_with("P<");
+        const bool td2 = previous && line.size() == 36 && previous->size() == 36 &&
+                         previous->find("<<") != std::string::npos;
+        if (td3 || td2) {
             tally.verify(line, 1, 9, 10);
             tally.verify(line, 14, 19, 20);
             tally.verify(line, 22, 27, 28);
@@ -114,60 +119,79 @@ RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<
             tally.verify(candidates[i + 1], 9, 14, 15);
         }
     }
+    return tally;
+}
 
-    RiskAssessment risk;
-    int points = 0;
-    const int zoneChecks = tally.performed;
+// Each finding below adds its text to the card and returns its points.
+int zoneFinding(const Tally& tally, RiskAssessment& risk) {
     if (tally.mismatches > 0) {
-        points += std::min(pointsPerMismatch * tally.mismatches, maxZonePoints);
         risk.findings.push_back("MRZ: несовпадений контрольных цифр — " + std::to_string(tally.mismatches) +
-                                " из " + std::to_string(zoneChecks) +
+                                " из " + std::to_string(tally.performed) +
                                 ". Возможны ошибка OCR, плохое фото или изменение данных.");
-    } else if (zoneChecks > 0) {
-        risk.findings.push_back("MRZ: " + std::to_string(zoneChecks) +
+        return std::min(pointsPerMismatch * tally.mismatches, maxZonePoints);
+    }
+    if (tally.performed > 0) {
+        risk.findings.push_back("MRZ: " + std::to_string(tally.performed) +
                                 " контрольные цифры совпали. Это не подтверждает подлинность документа.");
     } else {
         risk.findings.push_back(
             "MRZ не найдена или не прочитана полностью. Проверка контрольных цифр недоступна.");
     }
+    return 0;
+}
 
-    if (software && !software->empty()) {
-        std::string lower = *software;
-        std::transform(lower.begin(), lower.end(), lower.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        for (std::string_view editor : editors) {
-            if (lower.find(editor) != std::string::npos) {
-                points += editorPoints;
-                risk.findings.push_back(
-                    "В метаданных указан графический редактор. Это слабый сигнал: обычная "
-                    "обработка фотографии также оставляет такие записи.");
-                break;
-            }
+int editorFinding(const std::optional<std::string>& software, RiskAssessment& risk) {
+    if (!software || software->empty()) {
+        return 0;
+    }
+    std::string lower = *software;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (std::string_view editor : editors) {
+        if (lower.find(editor) != std::string::npos) {
+            risk.findings.push_back("В метаданных указан графический редактор. Это слабый сигнал: обычная "
+                                    "обработка фотографии также оставляет такие записи.");
+            return editorPoints;
         }
     }
+    return 0;
+}
 
-    int performed = zoneChecks;
+int imageFindings(PixelSize image, RiskAssessment& risk) {
+    int points = 0;
+    const long long pixels = static_cast<long long>(image.width) * image.height;
+    if (pixels < lowResolutionPixels) {
+        points += lowResolutionPoints;
+        risk.findings.push_back("Качество снимка низкое: разрешение меньше 1 Мп. Мелкие защитные элементы и "
+                                "монтаж могут быть неразличимы.");
+    } else {
+        risk.findings.push_back("Качество снимка: разрешение достаточно для базовой оптической проверки (" +
+                                std::to_string(image.width) + "×" + std::to_string(image.height) + ").");
+    }
+    const double longer = std::max(image.width, image.height);
+    const double shorter = std::max(std::min(image.width, image.height), 1);
+    if (longer / shorter > maxProportion) {
+        points += proportionPoints;
+        risk.findings.push_back(
+            "Необычное соотношение сторон снимка. Проверьте, что документ не обрезан или не "
+            "собран из частей.");
+    }
+    return points;
+}
+
+} // namespace
+
+RiskAssessment assess(const std::vector<TextRegion>& lines, const std::optional<std::string>& software,
+                      std::optional<PixelSize> image) {
+    RiskAssessment risk;
+    const Tally tally = checkZones(zoneCandidates(lines));
+    // One statement each: the card lists its findings in this order.
+    int points = zoneFinding(tally, risk);
+    points += editorFinding(software, risk);
+    int performed = tally.performed;
     if (image) {
         ++performed;
-        const long long pixels = static_cast<long long>(image->width) * image->height;
-        if (pixels < lowResolutionPixels) {
-            points += lowResolutionPoints;
-            risk.findings.push_back(
-                "Качество снимка низкое: разрешение меньше 1 Мп. Мелкие защитные элементы и "
-                "монтаж могут быть неразличимы.");
-        } else {
-            risk.findings.push_back(
-                "Качество снимка: разрешение достаточно для базовой оптической проверки (" +
-                std::to_string(image->width) + "×" + std::to_string(image->height) + ").");
-        }
-        const double longer = std::max(image->width, image->height);
-        const double shorter = std::max(std::min(image->width, image->height), 1);
-        if (longer / shorter > maxProportion) {
-            points += proportionPoints;
-            risk.findings.push_back(
-                "Необычное соотношение сторон снимка. Проверьте, что документ не обрезан или не "
-                "собран из частей.");
-        }
+        points += imageFindings(*image, risk);
     }
     risk.findings.push_back(
         "Замена портрета, монтаж, защитные элементы и чип этой версией не проверяются. Индекс не "

@@ -1,4 +1,4 @@
-#include "FieldDetector.h"
+#include "FieldClassifiers.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // detection and the risk check.
 
 #include "CountryCatalog.h"
-#include "FieldDetector.h"
+#include "FieldClassifiers.h"
 #include "FieldLexicon.h"
 #include "RiskEngine.h"
 
