@@ -98,7 +98,10 @@ void AppActions::refresh() {
     open_->setEnabled(!model_.busy());
     save_->setEnabled(model_.canExport());
     close_->setEnabled(!model_.busy());
-    undo_->setEnabled(!model_.manualRegions().empty() && !model_.busy());
+    // Manual masks are drawn on photos only.
+    undo_->setEnabled(!model_.manualRegions().empty() && !model_.busy() && !model_.isPDF());
+    zoomIn_->setEnabled(model_.zoom() < 4.0);
+    zoomOut_->setEnabled(model_.zoom() > 1.0);
     if (fileMenu_) {
         fileMenu_->setTitle(QString::fromUtf8(words.file));
         editMenu_->setTitle(QString::fromUtf8(words.edit));

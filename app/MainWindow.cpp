@@ -3,17 +3,14 @@
 #include "AppActions.h"
 #include "AppModel.h"
 #include "ConsentDialog.h"
-#include "ImageCanvas.h"
+#include "Sidebar.h"
 #include "Theme.h"
+#include "Workspace.h"
 
 #include <QAction>
-#include <QButtonGroup>
-#include <QCheckBox>
-#include <QComboBox>
 #include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFontMetrics>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -22,7 +19,6 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QToolButton>
@@ -31,59 +27,6 @@
 namespace {
 
 constexpr int sidebarWidth = 300;
-
-QLabel* label(QWidget* parent = nullptr, const QFont& font = QFont()) {
-    auto* l = new QLabel(parent);
-    l->setFont(font);
-    l->setWordWrap(true);
-    return l;
-}
-
-QLabel* secondaryCaption(QWidget* parent = nullptr) {
-    QLabel* l = label(parent, Theme::caption());
-    l->setForegroundRole(QPalette::Mid);
-    return l;
-}
-
-QLabel* sectionTitle() {
-    QLabel* l = label(nullptr, Theme::caption(true));
-    l->setForegroundRole(QPalette::Mid);
-    // A squeezed sidebar shrank these one-line titles below their font's height and cut the accents off
-    // capitals ("ZUSÄTZLICH" showed as "ZUSATZLICH"): they keep their full height.
-    l->setWordWrap(false);
-    l->setMinimumHeight(QFontMetrics(l->font()).height() + 2);
-    l->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-    return l;
-}
-
-QLabel* iconLabel(const QIcon& icon, int size) {
-    auto* l = new QLabel;
-    l->setPixmap(icon.pixmap(size, size));
-    l->setFixedSize(size, size);
-    return l;
-}
-
-QFrame* divider(Qt::Orientation orientation = Qt::Horizontal) {
-    auto* line = new QFrame;
-    line->setFrameShape(orientation == Qt::Horizontal ? QFrame::HLine : QFrame::VLine);
-    line->setForegroundRole(QPalette::Mid);
-    return line;
-}
-
-// A collapsible group: a header button with an arrow, and a body shown while it is open.
-QToolButton* disclosure(QLabel* body) {
-    auto* toggle = new QToolButton;
-    toggle->setCheckable(true);
-    toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    toggle->setArrowType(Qt::RightArrow);
-    toggle->setAutoRaise(true);
-    body->setVisible(false);
-    QObject::connect(toggle, &QToolButton::toggled, body, [toggle, body](bool open) {
-        toggle->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
-        body->setVisible(open);
-    });
-    return toggle;
-}
 
 } // namespace
 
@@ -105,8 +48,8 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     auto* badgeRow = new QHBoxLayout(badge);
     badgeRow->setContentsMargins(0, 0, 12, 0);
     badgeRow->addWidget(
-        iconLabel(Theme::icon(QStringLiteral("security-high"), QStringLiteral("lock-shield")), 14));
-    localBadge_ = secondaryCaption();
+        Theme::iconLabel(Theme::icon(QStringLiteral("security-high"), QStringLiteral("lock-shield")), 14));
+    localBadge_ = Theme::secondaryCaption();
     localBadge_->setWordWrap(false);
     badgeRow->addWidget(localBadge_);
     toolbar->addWidget(badge);
@@ -128,17 +71,18 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     auto* split = new QHBoxLayout(central);
     split->setContentsMargins(0, 0, 0, 0);
     split->setSpacing(0);
-    QWidget* sidebar = buildSidebar();
-    sidebar->setFixedWidth(sidebarWidth);
-    split->addWidget(sidebar);
-    split->addWidget(divider(Qt::Vertical));
+    sidebar_ = new Sidebar(model_);
+    sidebar_->setFixedWidth(sidebarWidth);
+    split->addWidget(sidebar_);
+    split->addWidget(Theme::divider(Qt::Vertical));
     auto* column = new QWidget;
     auto* columnLayout = new QVBoxLayout(column);
     columnLayout->setContentsMargins(0, 0, 0, 0);
     columnLayout->addWidget(buildHeader());
     pages_ = new QStackedWidget;
     pages_->addWidget(buildEmptyState());
-    pages_->addWidget(buildWorkspace());
+    workspace_ = new Workspace(model_, actions_);
+    pages_->addWidget(workspace_);
     columnLayout->addWidget(pages_, 1);
     columnLayout->addWidget(buildFooter());
     split->addWidget(column, 1);
@@ -148,163 +92,14 @@ MainWindow::MainWindow(AppModel& model, AppActions& actions) : model_(model), ac
     refresh();
 }
 
-QWidget* MainWindow::buildSidebar() {
-    auto* content = new QWidget;
-    auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(8);
-
-    auto* brand = new QHBoxLayout;
-    brand->addWidget(
-        iconLabel(Theme::icon(QStringLiteral("quorvel-shield"), QStringLiteral("checkmark-shield")), 31));
-    auto* names = new QVBoxLayout;
-    auto* appName = label(nullptr, Theme::sized(15, QFont::Bold));
-    appName->setText(QStringLiteral("Quorvel"));
-    names->addWidget(appName);
-    subtitle_ = secondaryCaption();
-    names->addWidget(subtitle_);
-    brand->addLayout(names, 1);
-    layout->addLayout(brand);
-
-    countryBlock_ = new QWidget;
-    auto* country = new QVBoxLayout(countryBlock_);
-    country->setContentsMargins(0, 4, 0, 4);
-    auto* nameRow = new QHBoxLayout;
-    nameRow->addWidget(
-        iconLabel(Theme::icon(QStringLiteral("applications-internet"), QStringLiteral("globe")), 16));
-    countryName_ = label(nullptr, Theme::sized(14, QFont::DemiBold));
-    nameRow->addWidget(countryName_, 1);
-    country->addLayout(nameRow);
-    countryEvidence_ = secondaryCaption();
-    country->addWidget(countryEvidence_);
-    countryProfile_ = label(nullptr, Theme::caption());
-    QPalette accentText = countryProfile_->palette();
-    accentText.setColor(QPalette::WindowText, Theme::accent);
-    countryProfile_->setPalette(accentText);
-    country->addWidget(countryProfile_);
-    heuristicZones_ = secondaryCaption();
-    country->addWidget(heuristicZones_);
-    country->addWidget(divider());
-    layout->addWidget(countryBlock_);
-
-    auto* languageRow = new QHBoxLayout;
-    languageRow->addWidget(
-        iconLabel(Theme::icon(QStringLiteral("preferences-desktop-locale"), QStringLiteral("globe")), 14));
-    languagePicker_ = new QComboBox;
-    languagePicker_->setFixedWidth(125);
-    languagePicker_->setFont(Theme::caption());
-    for (AppLanguage language : AppLanguages::allCases()) {
-        languagePicker_->addItem(AppLanguages::displayName(language), AppLanguages::rawValue(language));
-    }
-    connect(languagePicker_, &QComboBox::activated, this, [this](int index) {
-        model_.setLanguage(AppLanguages::allCases()[static_cast<std::size_t>(index)]);
-    });
-    languageRow->addWidget(languagePicker_);
-    languageRow->addStretch();
-    layout->addLayout(languageRow);
-
-    alwaysHideTitle_ = sectionTitle();
-    layout->addWidget(alwaysHideTitle_);
-    for (QLabel*& row : requiredRows_) {
-        auto* line = new QHBoxLayout;
-        line->addWidget(
-            iconLabel(Theme::icon(QStringLiteral("quorvel-check"), QStringLiteral("checkmark-circle")), 13));
-        row = label();
-        line->addWidget(row, 1);
-        layout->addLayout(line);
-    }
-    machineReadableHint_ = secondaryCaption();
-    layout->addWidget(machineReadableHint_);
-
-    additionalTitle_ = sectionTitle();
-    layout->addWidget(additionalTitle_);
-    for (int i = 0; i < 3; ++i) {
-        auto* line = new QHBoxLayout;
-        optionLabels_[i] = label();
-        line->addWidget(optionLabels_[i], 1);
-        optionSwitches_[i] = new QCheckBox;
-        // Drawn as a switch: a rounded track with its knob, accent-coloured when on, and a ring around
-        // it while it has the keyboard's focus.
-        optionSwitches_[i]->setFocusPolicy(Qt::StrongFocus);
-        optionSwitches_[i]->setStyleSheet(QStringLiteral(
-            "QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; border-radius: "
-            "10px;"
-            " image: url(:/icons/switch-off.svg); }"
-            "QCheckBox::indicator:checked { image: url(:/icons/switch-on.svg); }"
-            "QCheckBox::indicator:disabled { image: url(:/icons/switch-off-disabled.svg); }"
-            "QCheckBox::indicator:checked:disabled { image: url(:/icons/switch-on-disabled.svg); }"
-            "QCheckBox:focus::indicator { border-color: #FFFFFF; }"));
-        line->addWidget(optionSwitches_[i]);
-        layout->addLayout(line);
-        connect(optionSwitches_[i], &QCheckBox::toggled, this, [this, i](bool on) {
-            RedactionPolicy policy = model_.policy();
-            (i == 0 ? policy.hideFace : i == 1 ? policy.hideIssueDate : policy.hideExpiryDate) = on;
-            model_.setPolicy(policy);
-        });
-    }
-    additionalHint_ = secondaryCaption();
-    layout->addWidget(additionalHint_);
-
-    riskTitle_ = sectionTitle();
-    layout->addWidget(riskTitle_);
-    auto* card = new QFrame;
-    card->setObjectName(QStringLiteral("riskCard"));
-    card->setStyleSheet(
-        QStringLiteral("#riskCard { background: rgba(255, 255, 255, 0.045); border-radius: 12px; }"));
-    auto* cardLayout = new QVBoxLayout(card);
-    cardLayout->setContentsMargins(12, 12, 12, 12);
-    riskHeading_ = label(nullptr, Theme::sized(13, QFont::Medium));
-    cardLayout->addWidget(riskHeading_);
-    auto* scoreRow = new QHBoxLayout;
-    riskScore_ = label(nullptr, Theme::sized(35, QFont::Medium));
-    riskScore_->setWordWrap(false);
-    scoreRow->addWidget(riskScore_, 0, Qt::AlignBaseline);
-    riskOutOf_ = secondaryCaption();
-    riskOutOf_->setText(QStringLiteral("/ 100"));
-    scoreRow->addWidget(riskOutOf_, 0, Qt::AlignBaseline);
-    scoreRow->addStretch();
-    cardLayout->addLayout(scoreRow);
-    riskSubtext_ = secondaryCaption();
-    cardLayout->addWidget(riskSubtext_);
-    riskResults_ = label(nullptr, Theme::caption());
-    riskResultsToggle_ = disclosure(riskResults_);
-    cardLayout->addWidget(riskResultsToggle_);
-    cardLayout->addWidget(riskResults_);
-    layout->addWidget(card);
-
-    warnings_ = secondaryCaption();
-    warningsToggle_ = disclosure(warnings_);
-    layout->addWidget(warningsToggle_);
-    layout->addWidget(warnings_);
-
-    layout->addStretch();
-    auto* offlineRow = new QHBoxLayout;
-    offlineRow->addWidget(
-        iconLabel(Theme::icon(QStringLiteral("quorvel-drive"), QStringLiteral("drive")), 14));
-    offlineTitle_ = label(nullptr, Theme::caption(true));
-    offlineTitle_->setPalette(accentText);
-    offlineRow->addWidget(offlineTitle_, 1);
-    layout->addLayout(offlineRow);
-    offlineBody_ = secondaryCaption();
-    layout->addWidget(offlineBody_);
-
-    // The sidebar scrolls when the window is short and every group is open.
-    auto* scroll = new QScrollArea;
-    scroll->setWidget(content);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    return scroll;
-}
-
 QWidget* MainWindow::buildHeader() {
     auto* header = new QWidget;
     auto* layout = new QHBoxLayout(header);
     layout->setContentsMargins(20, 14, 20, 10);
     auto* texts = new QVBoxLayout;
-    title_ = label(nullptr, Theme::sized(23, QFont::DemiBold));
+    title_ = Theme::label(Theme::sized(23, QFont::DemiBold));
     texts->addWidget(title_);
-    subheadline_ = label(nullptr, Theme::sized(13));
+    subheadline_ = Theme::label(Theme::sized(13));
     subheadline_->setForegroundRole(QPalette::Mid);
     texts->addWidget(subheadline_);
     layout->addLayout(texts, 1);
@@ -314,7 +109,7 @@ QWidget* MainWindow::buildHeader() {
     previousPage_->setShortcut(QKeySequence(Qt::Key_PageUp));
     connect(previousPage_, &QToolButton::clicked, &model_,
             [this] { model_.showPage(model_.currentPage() - 1); });
-    pageNumber_ = label(nullptr, Theme::sized(13));
+    pageNumber_ = Theme::label(Theme::sized(13));
     nextPage_ = new QToolButton;
     nextPage_->setArrowType(Qt::RightArrow);
     nextPage_->setShortcut(QKeySequence(Qt::Key_PageDown));
@@ -325,7 +120,7 @@ QWidget* MainWindow::buildHeader() {
     close_ = new QToolButton;
     close_->setIcon(Theme::icon(QStringLiteral("window-close"), QStringLiteral("xmark")));
     close_->setAutoRaise(true);
-    connect(close_, &QToolButton::clicked, &model_, &AppModel::clear);
+    Theme::bind(close_, actions_.close());
     layout->addWidget(close_, 0, Qt::AlignTop);
     return header;
 }
@@ -337,10 +132,10 @@ QWidget* MainWindow::buildEmptyState() {
     emptyIcon_ = new QLabel;
     emptyIcon_->setAlignment(Qt::AlignCenter);
     layout->addWidget(emptyIcon_);
-    emptyTitle_ = label(nullptr, Theme::sized(17, QFont::Medium));
+    emptyTitle_ = Theme::label(Theme::sized(17, QFont::Medium));
     emptyTitle_->setAlignment(Qt::AlignCenter);
     layout->addWidget(emptyTitle_);
-    emptyBody_ = label();
+    emptyBody_ = Theme::label();
     emptyBody_->setAlignment(Qt::AlignCenter);
     emptyBody_->setForegroundRole(QPalette::Mid);
     layout->addWidget(emptyBody_);
@@ -352,117 +147,15 @@ QWidget* MainWindow::buildEmptyState() {
     choose_ = new QPushButton;
     choose_->setDefault(true);
     choose_->setMinimumHeight(34);
-    connect(choose_, &QPushButton::clicked, actions_.open(), &QAction::trigger);
+    Theme::bind(choose_, actions_.open());
     layout->addWidget(choose_, 0, Qt::AlignCenter);
-    fileTypes_ = secondaryCaption();
+    fileTypes_ = Theme::secondaryCaption();
     fileTypes_->setAlignment(Qt::AlignCenter);
     layout->addWidget(fileTypes_);
-    privacy_ = secondaryCaption();
+    privacy_ = Theme::secondaryCaption();
     privacy_->setAlignment(Qt::AlignCenter);
     layout->addWidget(privacy_);
     layout->addStretch();
-    return page;
-}
-
-QWidget* MainWindow::buildWorkspace() {
-    auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(20, 0, 20, 8);
-
-    auto* controls = new QHBoxLayout;
-    auto* segments = new QWidget;
-    segments->setFixedWidth(215);
-    auto* segmentRow = new QHBoxLayout(segments);
-    segmentRow->setContentsMargins(0, 0, 0, 0);
-    segmentRow->setSpacing(0);
-    showResult_ = new QPushButton;
-    showOriginal_ = new QPushButton;
-    auto* group = new QButtonGroup(segments);
-    for (QPushButton* button : {showResult_, showOriginal_}) {
-        button->setCheckable(true);
-        button->setStyleSheet(
-            QStringLiteral("QPushButton:checked { background: #4A5059; font-weight: 600; }"));
-        group->addButton(button);
-        segmentRow->addWidget(button);
-    }
-    connect(showOriginal_, &QPushButton::toggled, this, [this](bool on) {
-        if (on != model_.showOriginal()) {
-            model_.setShowOriginal(on);
-        }
-    });
-    controls->addWidget(segments);
-    controls->addStretch();
-    zoomOut_ = new QToolButton;
-    zoomOut_->setIcon(Theme::icon(QStringLiteral("zoom-out"), QStringLiteral("zoom-out")));
-    connect(zoomOut_, &QToolButton::clicked, &model_, &AppModel::zoomOut);
-    controls->addWidget(zoomOut_);
-    zoomLabel_ = secondaryCaption();
-    zoomLabel_->setFixedWidth(42);
-    zoomLabel_->setAlignment(Qt::AlignCenter);
-    controls->addWidget(zoomLabel_);
-    zoomIn_ = new QToolButton;
-    zoomIn_->setIcon(Theme::icon(QStringLiteral("zoom-in"), QStringLiteral("zoom-in")));
-    connect(zoomIn_, &QToolButton::clicked, &model_, &AppModel::zoomIn);
-    controls->addWidget(zoomIn_);
-    layout->addLayout(controls);
-
-    canvas_ = new ImageCanvas(model_);
-    canvas_->setStyleSheet(QStringLiteral("ImageCanvas { border-radius: 10px; }"));
-    badge_ = new QLabel(canvas_);
-    badge_->setFont(Theme::caption(true));
-    badge_->setStyleSheet(QStringLiteral(
-        "background: rgba(40, 44, 50, 0.72); color: white; padding: 8px; border-radius: 8px;"));
-    badge_->setAttribute(Qt::WA_TransparentForMouseEvents);
-    badge_->move(12, 12);
-    layout->addWidget(canvas_, 1);
-
-    auto* maskRow = new QHBoxLayout;
-    addMask_ = new QPushButton;
-    addMask_->setCheckable(true);
-    // While drawing, the toggle must look held down: the accent behind it, as a pressed tool looks.
-    addMask_->setStyleSheet(
-        QStringLiteral("QPushButton:checked { background: %1; color: black; border-radius: 4px; "
-                       "padding: 4px 10px; }")
-            .arg(Theme::accent.name()));
-    connect(addMask_, &QPushButton::toggled, &model_, [this](bool on) {
-        if (on != model_.manualMode()) {
-            model_.setManualMode(on);
-        }
-    });
-    maskRow->addWidget(addMask_);
-    undo_ = new QPushButton;
-    connect(undo_, &QPushButton::clicked, &model_, &AppModel::undoLastMask);
-    maskRow->addWidget(undo_);
-    maskRow->addStretch();
-    workProgress_ = new QProgressBar;
-    workProgress_->setRange(0, 0);
-    workProgress_->setFixedWidth(80);
-    workProgress_->setTextVisible(false);
-    maskRow->addWidget(workProgress_);
-    layout->addLayout(maskRow);
-    hint_ = secondaryCaption();
-    layout->addWidget(hint_);
-    layout->addWidget(divider());
-
-    auto* reviewRow = new QHBoxLayout;
-    review_ = new QCheckBox;
-    review_->setFont(Theme::caption());
-    connect(review_, &QCheckBox::toggled, this, [this](bool on) {
-        if (on != model_.reviewed()) {
-            model_.setReviewed(on);
-        }
-    });
-    reviewRow->addWidget(review_, 1);
-    save_ = new QPushButton;
-    save_->setMinimumHeight(38);
-    save_->setMinimumWidth(160);
-    save_->setStyleSheet(
-        QStringLiteral("QPushButton:enabled { background: %1; color: #0E1216; font-weight: 600; "
-                       "border-radius: 6px; padding: 6px 18px; }")
-            .arg(Theme::accent.name()));
-    connect(save_, &QPushButton::clicked, actions_.save(), &QAction::trigger);
-    reviewRow->addWidget(save_);
-    layout->addLayout(reviewRow);
     return page;
 }
 
@@ -474,10 +167,10 @@ QWidget* MainWindow::buildFooter() {
     dot->setFixedSize(5, 5);
     dot->setStyleSheet(QStringLiteral("background: %1; border-radius: 2px;").arg(Theme::accent.name()));
     layout->addWidget(dot);
-    status_ = secondaryCaption();
+    status_ = Theme::secondaryCaption();
     status_->setWordWrap(false);
     layout->addWidget(status_, 1);
-    version_ = secondaryCaption();
+    version_ = Theme::secondaryCaption();
     QFont smaller = Theme::caption();
     smaller.setPointSizeF(smaller.pointSizeF() * 0.9);
     version_->setFont(smaller);
@@ -496,7 +189,7 @@ void MainWindow::refresh() {
     actions_.open()->setIconText(t.open);
     // Nothing behind the terms sheet takes input until they are accepted.
     centralWidget()->setEnabled(!model_.showingConsent());
-    refreshSidebar();
+    sidebar_->refresh(model_);
 
     title_->setText(analysis ? QString::fromStdString(analysis->documentType) : t.prepare);
     subheadline_->setText(!analysis        ? t.supportedDocuments
@@ -507,7 +200,6 @@ void MainWindow::refresh() {
     subheadline_->setVisible(open);
     close_->setVisible(open);
     close_->setToolTip(t.closeHelp);
-    close_->setEnabled(!busy);
 
     pages_->setCurrentIndex(open ? 1 : 0);
     const QString symbol = busy ? QStringLiteral("text-viewfinder") : QStringLiteral("viewfinder");
@@ -524,27 +216,7 @@ void MainWindow::refresh() {
     fileTypes_->setText(t.fileTypes);
     privacy_->setText(t.privacyBody);
 
-    showResult_->setText(t.result);
-    showOriginal_->setText(t.original);
-    showResult_->setChecked(!model_.showOriginal());
-    showOriginal_->setChecked(model_.showOriginal());
-    showOriginal_->setAccessibleName(t.viewLabel());
-    zoomOut_->setEnabled(model_.zoom() > 1.0);
-    zoomIn_->setEnabled(model_.zoom() < 4.0);
-    zoomLabel_->setText(QString::number(static_cast<long long>(model_.zoom() * 100)) + QStringLiteral("%"));
-    badge_->setText(model_.showOriginal() ? t.originalBadge : t.resultBadge);
-    badge_->adjustSize();
-    canvas_->refresh();
-    addMask_->setText(t.addMask);
-    addMask_->setChecked(model_.manualMode());
-    addMask_->setEnabled(!model_.showOriginal() && !busy && !model_.isPDF());
-    undo_->setText(t.undoMask);
-    undo_->setEnabled(!model_.manualRegions().empty() && !busy && !model_.isPDF());
-    workProgress_->setVisible(busy);
-    hint_->setText(model_.manualMode() ? t.manualHint : t.reviewHint);
-    review_->setText(t.reviewCheckbox);
-    review_->setChecked(model_.reviewed());
-    review_->setEnabled(!busy && !model_.showOriginal() && model_.allPagesSeen());
+    workspace_->refresh(model_);
     const bool paged = model_.isPDF() && model_.pdfPageCount() > 1 && open;
     for (QWidget* w : std::initializer_list<QWidget*>{previousPage_, pageNumber_, nextPage_}) {
         w->setVisible(paged);
@@ -552,92 +224,10 @@ void MainWindow::refresh() {
     pageNumber_->setText(QStringLiteral("%1 / %2").arg(model_.currentPage() + 1).arg(model_.pdfPageCount()));
     previousPage_->setEnabled(!busy && model_.currentPage() > 0);
     nextPage_->setEnabled(!busy && model_.currentPage() + 1 < model_.pdfPageCount());
-    save_->setText(t.savePNG);
-    save_->setEnabled(actions_.save()->isEnabled());
 
     status_->setText(model_.status());
     version_->setText(t.appVersion);
     showPendingDialogs();
-}
-
-void MainWindow::refreshSidebar() {
-    const L10n t = model_.texts();
-    const auto& analysis = model_.analysis();
-    subtitle_->setText(t.subtitle);
-    countryBlock_->setVisible(analysis.has_value());
-    if (analysis) {
-        countryName_->setText(QString::fromStdString(analysis->country.name));
-        countryEvidence_->setText(QString::fromStdString(analysis->country.evidence));
-        countryProfile_->setText(analysis->country.hasProfile ? t.countryProfile : t.genericRecognition);
-        heuristicZones_->setText(t.heuristicZonesText(model_.heuristicZoneCount()));
-    }
-    languagePicker_->setCurrentIndex(static_cast<int>(model_.language()));
-    languagePicker_->setAccessibleName(t.languageLabel());
-    alwaysHideTitle_->setText(t.alwaysHide);
-    const QString required[4] = {t.numbers, t.address, t.birthDate, t.machineReadable};
-    for (int i = 0; i < 4; ++i) {
-        requiredRows_[i]->setText(required[i]);
-    }
-    machineReadableHint_->setText(t.machineReadableHint);
-    additionalTitle_->setText(t.additional);
-    const QString options[3] = {t.face, t.issueDate, t.expiryDate};
-    const bool values[3] = {model_.policy().hideFace, model_.policy().hideIssueDate,
-                            model_.policy().hideExpiryDate};
-    for (int i = 0; i < 3; ++i) {
-        optionLabels_[i]->setText(options[i]);
-        const QSignalBlocker quiet(optionSwitches_[i]);
-        optionSwitches_[i]->setChecked(values[i]);
-        optionSwitches_[i]->setEnabled(!model_.busy());
-        optionSwitches_[i]->setAccessibleName(options[i]);
-    }
-    additionalHint_->setText(t.additionalHint);
-    riskTitle_->setText(t.riskCheck);
-    refreshRiskCard();
-    const bool hasWarnings = analysis && !analysis->warnings.empty();
-    warningsToggle_->setVisible(hasWarnings);
-    if (!hasWarnings) {
-        warnings_->setVisible(false);
-        warningsToggle_->setChecked(false);
-    }
-    if (analysis) {
-        warningsToggle_->setText(t.reviewWarnings + QStringLiteral(" (") +
-                                 QString::number(analysis->warnings.size()) + QStringLiteral(")"));
-        QStringList lines;
-        for (const std::string& warning : analysis->warnings) {
-            lines << QString::fromStdString(warning);
-        }
-        warnings_->setText(lines.join(QStringLiteral("\n\n")));
-    }
-    offlineTitle_->setText(t.offlineTitle);
-    offlineBody_->setText(t.offlineBody);
-}
-
-void MainWindow::refreshRiskCard() {
-    const L10n t = model_.texts();
-    const auto& analysis = model_.analysis();
-    riskHeading_->setVisible(analysis.has_value());
-    riskResultsToggle_->setVisible(analysis.has_value());
-    if (!analysis) {
-        riskScore_->setFont(Theme::sized(30));
-        riskScore_->setText(QStringLiteral("—"));
-        riskOutOf_->setVisible(false);
-        riskSubtext_->setText(t.riskWaiting);
-        riskResults_->setVisible(false);
-        riskResultsToggle_->setChecked(false);
-        return;
-    }
-    const auto& score = analysis->risk.score;
-    riskHeading_->setText(score ? t.riskIndex : t.riskNotEnough);
-    riskScore_->setFont(Theme::sized(35, QFont::Medium));
-    riskScore_->setText(score ? QString::number(*score) : QStringLiteral("—"));
-    riskOutOf_->setVisible(score.has_value());
-    riskSubtext_->setText(t.riskDisclaimer);
-    riskResultsToggle_->setText(t.riskResults);
-    QStringList findings;
-    for (const std::string& finding : analysis->risk.findings) {
-        findings << QString::fromStdString(finding);
-    }
-    riskResults_->setText(findings.join(QStringLiteral("\n\n")));
 }
 
 void MainWindow::showPendingDialogs() {

@@ -21,6 +21,8 @@ class QStackedWidget;
 class QToolButton;
 class QVBoxLayout;
 class QWidget;
+class Sidebar;
+class Workspace;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -28,12 +30,8 @@ class MainWindow : public QMainWindow {
 public:
     MainWindow(AppModel& model, AppActions& actions);
 
-    ImageCanvas* canvas() const { return canvas_; }
-    QPushButton* saveButton() const { return save_; }
-    QCheckBox* reviewBox() const { return review_; }
+    Workspace* workspace() const { return workspace_; }
     QToolButton* nextPageButton() const { return nextPage_; }
-    QPushButton* addMaskButton() const { return addMask_; }
-    QPushButton* undoButton() const { return undo_; }
     ConsentDialog* consentDialog() const { return consent_; }
 
     void refresh();
@@ -45,44 +43,16 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    QWidget* buildSidebar();
     QWidget* buildHeader();
     QWidget* buildEmptyState();
-    QWidget* buildWorkspace();
     QWidget* buildFooter();
-    void refreshSidebar();
-    void refreshRiskCard();
     void showPendingDialogs();
 
     AppModel& model_;
     AppActions& actions_;
 
-    // Sidebar.
-    QLabel* subtitle_;
-    QWidget* countryBlock_;
-    QLabel* countryName_;
-    QLabel* countryEvidence_;
-    QLabel* countryProfile_;
-    QLabel* heuristicZones_;
-    QComboBox* languagePicker_;
-    QLabel* alwaysHideTitle_;
-    QLabel* requiredRows_[4];
-    QLabel* machineReadableHint_;
-    QLabel* additionalTitle_;
-    QLabel* optionLabels_[3];
-    QCheckBox* optionSwitches_[3];
-    QLabel* additionalHint_;
-    QLabel* riskTitle_;
-    QLabel* riskHeading_;
-    QLabel* riskScore_;
-    QLabel* riskOutOf_;
-    QLabel* riskSubtext_;
-    QToolButton* riskResultsToggle_;
-    QLabel* riskResults_;
-    QToolButton* warningsToggle_;
-    QLabel* warnings_;
-    QLabel* offlineTitle_;
-    QLabel* offlineBody_;
+    Sidebar* sidebar_;
+    Workspace* workspace_;
     QLabel* localBadge_;
 
     // Document column.
@@ -100,19 +70,6 @@ private:
     QPushButton* choose_;
     QLabel* fileTypes_;
     QLabel* privacy_;
-    QPushButton* showResult_;
-    QPushButton* showOriginal_;
-    QToolButton* zoomOut_;
-    QLabel* zoomLabel_;
-    QToolButton* zoomIn_;
-    ImageCanvas* canvas_;
-    QLabel* badge_;
-    QPushButton* addMask_;
-    QPushButton* undo_;
-    QProgressBar* workProgress_;
-    QLabel* hint_;
-    QCheckBox* review_;
-    QPushButton* save_;
     QLabel* status_;
     QLabel* version_;
 

@@ -1,9 +1,14 @@
 #include "Theme.h"
 
+#include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
+#include <QFontMetrics>
+#include <QFrame>
 #include <QLabel>
 #include <QPalette>
 #include <QStyleFactory>
+#include <QToolButton>
 
 // Resources of a static library are registered by hand; the linker would drop them otherwise.
 static void registerBundledIcons() {
@@ -63,12 +68,62 @@ QFont sized(int pixels, int weight) {
     return font;
 }
 
-QWidget* captionLabel(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setFont(caption());
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::Mid);
-    return label;
+QLabel* label(const QFont& font) {
+    auto* l = new QLabel;
+    l->setFont(font);
+    l->setWordWrap(true);
+    return l;
+}
+
+QLabel* secondaryCaption() {
+    QLabel* l = label(caption());
+    l->setForegroundRole(QPalette::Mid);
+    return l;
+}
+
+QLabel* sectionTitle() {
+    QLabel* l = label(caption(true));
+    l->setForegroundRole(QPalette::Mid);
+    // A squeezed sidebar shrank these one-line titles below their font's height and cut the accents off
+    // capitals ("ZUSÄTZLICH" showed as "ZUSATZLICH"): they keep their full height.
+    l->setWordWrap(false);
+    l->setMinimumHeight(QFontMetrics(l->font()).height() + 2);
+    l->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    return l;
+}
+
+QLabel* iconLabel(const QIcon& icon, int size) {
+    auto* l = new QLabel;
+    l->setPixmap(icon.pixmap(size, size));
+    l->setFixedSize(size, size);
+    return l;
+}
+
+QFrame* divider(Qt::Orientation orientation) {
+    auto* line = new QFrame;
+    line->setFrameShape(orientation == Qt::Horizontal ? QFrame::HLine : QFrame::VLine);
+    line->setForegroundRole(QPalette::Mid);
+    return line;
+}
+
+QToolButton* disclosure(QLabel* body) {
+    auto* toggle = new QToolButton;
+    toggle->setCheckable(true);
+    toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    toggle->setArrowType(Qt::RightArrow);
+    toggle->setAutoRaise(true);
+    body->setVisible(false);
+    QObject::connect(toggle, &QToolButton::toggled, body, [toggle, body](bool open) {
+        toggle->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        body->setVisible(open);
+    });
+    return toggle;
+}
+
+void bind(QAbstractButton* button, QAction* action) {
+    QObject::connect(button, &QAbstractButton::clicked, action, &QAction::trigger);
+    button->setEnabled(action->isEnabled());
+    QObject::connect(action, &QAction::enabledChanged, button, &QAbstractButton::setEnabled);
 }
 
 } // namespace Theme

@@ -5,7 +5,12 @@
 #include <QIcon>
 #include <QString>
 
+class QAbstractButton;
+class QAction;
 class QApplication;
+class QFrame;
+class QLabel;
+class QToolButton;
 class QWidget;
 
 namespace Theme {
@@ -27,7 +32,19 @@ QFont sized(int pixels, int weight = QFont::Normal);
 inline constexpr Qt::WindowFlags dialogFlags =
     Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint;
 
-// A label in caption font and the secondary colour that wraps and is never cut short.
-QWidget* captionLabel(const QString& text, QWidget* parent = nullptr);
+// The window's building blocks.
+// A label that wraps, in `font`.
+QLabel* label(const QFont& font = QFont());
+// A wrapping label in caption font and the secondary colour.
+QLabel* secondaryCaption();
+// A one-line section title that keeps its full height, accents and descenders included.
+QLabel* sectionTitle();
+QLabel* iconLabel(const QIcon& icon, int size);
+QFrame* divider(Qt::Orientation orientation = Qt::Horizontal);
+// A collapsible group: a header button with an arrow, and `body` shown while it is open.
+QToolButton* disclosure(QLabel* body);
+// The button triggers the action and is enabled exactly when the action is, so that each enable rule
+// is written once, with the action.
+void bind(QAbstractButton* button, QAction* action);
 
 } // namespace Theme

@@ -8,6 +8,7 @@
 #include "PngCodec.h"
 #include "TestImages.h"
 #include "TestPdfs.h"
+#include "Workspace.h"
 
 #include <QAction>
 #include <QApplication>
@@ -66,7 +67,7 @@ protected:
 
     // Drags on the picture between two points given as fractions of the displayed picture.
     void drag(QPointF from, QPointF to) {
-        ImageCanvas* canvas = window->canvas();
+        ImageCanvas* canvas = window->workspace()->canvas();
         const QSizeF size = canvas->displayedSize();
         const QPointF origin = canvas->pictureOrigin();
         auto at = [&](QPointF f) {
@@ -107,7 +108,7 @@ TEST_F(Window, ADragBecomesAMaskInNormalisedCoordinatesAtAnyZoomAndSize) {
             drag({0.75, 0.6}, {0.25, 0.2});
             ASSERT_FALSE(model->manualRegions().empty());
             const Rect r = model->manualRegions().back().rect;
-            const double tolerance = 2.0 / window->canvas()->displayedSize().width();
+            const double tolerance = 2.0 / window->workspace()->canvas()->displayedSize().width();
             EXPECT_NEAR(r.x, 0.25, tolerance) << size.width() << " zoom " << model->zoom();
             EXPECT_NEAR(r.y, 0.2, tolerance);
             EXPECT_NEAR(r.width, 0.5, tolerance);
@@ -129,17 +130,18 @@ TEST_F(Window, SavingWaitsForTheReviewTickAgainAfterEveryMaskChange) {
     open();
     loadPicture(640, 400);
     EXPECT_FALSE(actions->save()->isEnabled());
-    EXPECT_FALSE(window->saveButton()->isEnabled());
-    QTest::mouseClick(window->reviewBox(), Qt::LeftButton, {}, QPoint(8, window->reviewBox()->height() / 2));
+    EXPECT_FALSE(window->workspace()->saveButton()->isEnabled());
+    QTest::mouseClick(window->workspace()->reviewBox(), Qt::LeftButton, {},
+                      QPoint(8, window->workspace()->reviewBox()->height() / 2));
     EXPECT_TRUE(model->reviewed());
     EXPECT_TRUE(actions->save()->isEnabled());
-    EXPECT_TRUE(window->saveButton()->isEnabled());
+    EXPECT_TRUE(window->workspace()->saveButton()->isEnabled());
     model->setManualMode(true);
     drag({0.1, 0.1}, {0.4, 0.3});
     EXPECT_FALSE(model->reviewed());
     EXPECT_FALSE(actions->save()->isEnabled());
-    EXPECT_FALSE(window->saveButton()->isEnabled());
-    EXPECT_FALSE(window->reviewBox()->isChecked());
+    EXPECT_FALSE(window->workspace()->saveButton()->isEnabled());
+    EXPECT_FALSE(window->workspace()->reviewBox()->isChecked());
 }
 
 TEST_F(Window, CtrlZTakesBackTheLastManualMask) {
@@ -154,7 +156,7 @@ TEST_F(Window, CtrlZTakesBackTheLastManualMask) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model->busy(); }, 10000));
     ASSERT_EQ(model->manualRegions().size(), 1u);
     EXPECT_EQ(model->manualRegions()[0].rect, first);
-    EXPECT_TRUE(window->undoButton()->isEnabled());
+    EXPECT_TRUE(window->workspace()->undoButton()->isEnabled());
 }
 
 TEST_F(Window, TheConsentSheetBlocksOpeningUntilAccepted) {
@@ -195,7 +197,8 @@ TEST_F(Window, FirstStartWithAFileWalksFromTheTermsToTheSavedCopy) {
     model->setManualMode(true);
     drag({0.1, 0.1}, {0.4, 0.5});
     ASSERT_EQ(model->manualRegions().size(), 1u);
-    QTest::mouseClick(window->reviewBox(), Qt::LeftButton, {}, QPoint(8, window->reviewBox()->height() / 2));
+    QTest::mouseClick(window->workspace()->reviewBox(), Qt::LeftButton, {},
+                      QPoint(8, window->workspace()->reviewBox()->height() / 2));
     dialogs.saveAnswer = QString::fromStdString((dir / "clean.png").string());
     actions->save()->trigger();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model->runningJobs() == 0; }, 30000));
@@ -212,11 +215,11 @@ TEST_F(Window, EveryPdfPageIsShownBeforeTheReviewCanBeTicked) {
     model->load(QString::fromStdString((dir / "two.pdf").string()));
     ASSERT_TRUE(QTest::qWaitFor([&] { return model->runningJobs() == 0 && model->original(); }, 60000));
     EXPECT_TRUE(window->nextPageButton()->isVisible());
-    EXPECT_FALSE(window->reviewBox()->isEnabled());
+    EXPECT_FALSE(window->workspace()->reviewBox()->isEnabled());
     QTest::mouseClick(window->nextPageButton(), Qt::LeftButton);
     EXPECT_EQ(model->currentPage(), 1);
     EXPECT_FALSE(window->nextPageButton()->isEnabled());
-    EXPECT_TRUE(window->reviewBox()->isEnabled());
+    EXPECT_TRUE(window->workspace()->reviewBox()->isEnabled());
 }
 
 TEST_F(Window, ZoomFollowsTheKeysAndCtrlWheelAsInImageViewers) {
@@ -226,7 +229,7 @@ TEST_F(Window, ZoomFollowsTheKeysAndCtrlWheelAsInImageViewers) {
     EXPECT_DOUBLE_EQ(model->zoom(), 1.5);
     QTest::keyClick(window.get(), Qt::Key_0, Qt::ControlModifier);
     EXPECT_DOUBLE_EQ(model->zoom(), 1.0);
-    QWidget* picture = window->canvas()->pictureWidget();
+    QWidget* picture = window->workspace()->canvas()->pictureWidget();
     const QPointF at(picture->width() / 2.0, picture->height() / 2.0);
     QWheelEvent up(at, picture->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, Qt::ControlModifier,
                    Qt::NoScrollPhase, false);
