@@ -71,8 +71,7 @@ void fillBlack(Bitmap& canvas, PixelSpan span) {
     if (x0 >= x1 || y0 >= y1) {
         return;
     }
-    // Bottom-left rows y0..y1 are top-down rows H-y1..H-y0.
-    for (long long row = H - y1; row < H - y0; ++row) {
+    for (long long row = y0; row < y1; ++row) {
         std::uint8_t* p = canvas.row(static_cast<int>(row)) + x0 * 3;
         std::memset(p, 0, static_cast<std::size_t>((x1 - x0) * 3));
     }
@@ -166,14 +165,10 @@ Centered centerDocument(Bitmap image) {
     return Centered{std::move(straightened), CenteringResult{true, outline->confidence}};
 }
 
-Rect topLeft(const Rect& box) noexcept {
-    return Rect{box.minX(), 1.0 - box.maxY(), box.width, box.height};
-}
-
 namespace {
 
-Rect topLeftOf(const platform::Recognition::Box& box) {
-    return topLeft(Rect{box.x, box.y, box.width, box.height});
+Rect rectOf(const platform::Recognition::Box& box) {
+    return Rect{box.x, box.y, box.width, box.height};
 }
 
 // Spans of one recognised line as text regions: the whole line when it does not divide, else each
@@ -185,7 +180,7 @@ void appendSpans(const platform::Recognition::Line& line, bool drivingLicence,
         return;
     }
     if (ranges.size() == 1) {
-        spans.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
+        spans.push_back(TextRegion{line.text, rectOf(line.box), line.confidence});
         return;
     }
     const icu::UnicodeString text = UnicodeText::utf16(line.text);
@@ -200,7 +195,7 @@ void appendSpans(const platform::Recognition::Line& line, bool drivingLicence,
         }
         const auto box = platform::Recognition::rangeBox(line, range.location, range.length);
         spans.push_back(
-            TextRegion{UnicodeText::utf8(piece), topLeftOf(box.value_or(line.box)), line.confidence});
+            TextRegion{UnicodeText::utf8(piece), rectOf(box.value_or(line.box)), line.confidence});
     }
 }
 
@@ -286,20 +281,20 @@ std::vector<Rect> addVisionRegions(const platform::Recognition::Result& recognit
     constexpr double faceMarginX = 0.012;
     constexpr double faceMarginY = 0.018;
     for (const auto& face : recognition.faces) {
-        const Rect r = topLeftOf(face);
+        const Rect r = rectOf(face);
         regions.push_back(RedactionRegion{
             FieldKind::face,
             Rect{r.x - faceMarginX, r.y - faceMarginY, r.width + 2 * faceMarginX, r.height + 2 * faceMarginY},
             Uuid::random(), FieldEvidence::vision});
     }
     for (const auto& barcode : recognition.barcodes) {
-        regions.push_back(RedactionRegion{FieldKind::machineReadable, topLeftOf(barcode), Uuid::random(),
+        regions.push_back(RedactionRegion{FieldKind::machineReadable, rectOf(barcode), Uuid::random(),
                                           FieldEvidence::vision});
     }
     // The zone as the image shows it covers what the regions of its recognised lines leave.
     std::vector<Rect> bands;
     for (const auto& zone : recognition.zones) {
-        bands.push_back(topLeftOf(zone));
+        bands.push_back(rectOf(zone));
         regions.push_back(
             RedactionRegion{FieldKind::machineReadable, bands.back(), Uuid::random(), FieldEvidence::vision});
     }
@@ -384,7 +379,7 @@ Analysis assemble(const AssemblyInput& input) {
     const std::optional<MachineZone::Found> zone = correctZone(recognised);
     std::vector<TextRegion> lines;
     for (const auto& line : recognised) {
-        lines.push_back(TextRegion{line.text, topLeftOf(line.box), line.confidence});
+        lines.push_back(TextRegion{line.text, rectOf(line.box), line.confidence});
     }
     const CountryDetection country = CountryCatalog::detect(lines);
     const bool drivingLicence = FieldDetector::documentType(lines) == FieldDetector::drivingLicenceType;
@@ -453,8 +448,7 @@ Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
         if (!clipped || !(clipped->width > 0) || !(clipped->height > 0)) {
             continue;
         }
-        const Rect pixels{clipped->minX() * W, (1.0 - clipped->maxY()) * H, clipped->width * W,
-                          clipped->height * H};
+        const Rect pixels{clipped->minX() * W, clipped->minY() * H, clipped->width * W, clipped->height * H};
         fillBlack(canvas, integral(outset(pixels, padding)));
     }
     return canvas;

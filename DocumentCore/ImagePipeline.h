@@ -32,9 +32,6 @@ struct Upright {
 // The page turned by quarter turns so that its text reads upright, judged from its text lines.
 Upright turnUpright(Bitmap image);
 
-// A recognition box (normalised, origin bottom-left) in the system's top-left space.
-Rect topLeft(const Rect& bottomLeftBox) noexcept;
-
 // One recognition pass (text, faces, barcodes) over the upright image, then the assembly below.
 // Errors of the recogniser pass through unchanged.
 Analysis analyze(const LoadedDocument& document);

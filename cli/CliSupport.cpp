@@ -38,9 +38,8 @@ Rect rectFrom(const json& object, const std::string& where) {
                 number(object, "height", where)};
 }
 
-// Top-left rectangles of the JSON as the bottom-left boxes a recogniser reports.
 platform::Recognition::Box recognitionBox(const Rect& r) {
-    return {r.x, 1.0 - r.y - r.height, r.width, r.height};
+    return {r.x, r.y, r.width, r.height};
 }
 
 std::vector<platform::Recognition::Box> boxes(const json& document, const char* key,

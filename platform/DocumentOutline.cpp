@@ -158,7 +158,7 @@ std::optional<Observation> detect(const Bitmap& image) {
             continue;
         }
         bestArea = area;
-        auto normalised = [&](cv::Point2f p) { return Point{p.x / small.cols, 1.0 - p.y / small.rows}; };
+        auto normalised = [&](cv::Point2f p) { return Point{p.x / small.cols, p.y / small.rows}; };
         best =
             Observation{confidence, normalised(q[0]), normalised(q[1]), normalised(q[2]), normalised(q[3])};
     }
@@ -175,7 +175,7 @@ std::optional<Correction> correction(int imageWidth, int imageHeight, const Obse
     const double W = imageWidth;
     const double H = imageHeight;
     auto pixel = [&](Point p) {
-        return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>((1.0 - p.y) * H));
+        return cv::Point2f(static_cast<float>(p.x * W), static_cast<float>(p.y * H));
     };
     const Quad q{pixel(outline.topLeft), pixel(outline.topRight), pixel(outline.bottomRight),
                  pixel(outline.bottomLeft)};

@@ -7,7 +7,7 @@
 
 namespace platform::DocumentOutline {
 
-// Normalised to the image, origin bottom-left.
+// Normalised to the image, origin top-left.
 struct Point {
     double x = 0;
     double y = 0;

@@ -66,7 +66,7 @@ constexpr int detectionSide = 1280;
 constexpr int lineHeight = 48;
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
-    return Box{static_cast<double>(left) / width, 1.0 - static_cast<double>(bottom) / height,
+    return Box{static_cast<double>(left) / width, static_cast<double>(top) / height,
                static_cast<double>(right - left) / width, static_cast<double>(bottom - top) / height};
 }
 

@@ -2,7 +2,7 @@
 
 // One recognition pass over an upright image: text lines with the boxes of their characters, face
 // rectangles and barcode rectangles. Boxes are normalised to the image with the origin at the
-// bottom-left corner, as recognisers report them.
+// top-left corner, the convention of the whole system.
 
 #include "Bitmap.h"
 

@@ -14,7 +14,7 @@ Line line(const std::string& text, double x, double y, double width, double heig
           float confidence = 0.95f) {
     Line l;
     l.text = text;
-    l.box = Box{x, 1.0 - y - height, width, height};
+    l.box = Box{x, y, width, height};
     l.confidence = confidence;
     const int n = static_cast<int>(text.size()); // ASCII in these tests
     for (int i = 0; i < n; ++i) {
@@ -111,8 +111,8 @@ TEST(Assembly, ASpanWithoutCharacterBoxesTakesTheLineBox) {
 
 TEST(Assembly, FacesAreWidenedAndBarcodesKeptAsTheyAre) {
     auto in = input({});
-    in.recognition.faces = {Box{0.1, 0.5, 0.2, 0.3}, Box{0.0, 0.0, 0.1, 0.1}};
-    in.recognition.barcodes = {Box{0.5, 0.1, 0.4, 0.1}};
+    in.recognition.faces = {Box{0.1, 0.2, 0.2, 0.3}, Box{0.0, 0.9, 0.1, 0.1}};
+    in.recognition.barcodes = {Box{0.5, 0.8, 0.4, 0.1}};
     const Analysis analysis = ImagePipeline::assemble(in);
     ASSERT_EQ(analysis.regions.size(), 3u);
     EXPECT_EQ(analysis.regions[0].kind, FieldKind::face);
@@ -217,7 +217,7 @@ TEST(Assembly, APassportPortraitTheDetectorMissedIsMaskedWhereThePageKeepsIt) {
     // A TD3 page 1600 pixels wide: the zone's 44 characters span 0.92 of it, 13.1 pixels a millimetre.
     auto in = input({line("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 0.04, 0.84, 0.92, 0.05),
                      line("L898902C36UTO7408122F1204159ZE184226B<<<<<10", 0.04, 0.91, 0.92, 0.05)});
-    in.recognition.zones = {Box{0.04, 1 - 0.84 - 0.05, 0.92, 0.05}, Box{0.04, 1 - 0.91 - 0.05, 0.92, 0.05}};
+    in.recognition.zones = {Box{0.04, 0.84, 0.92, 0.05}, Box{0.04, 0.91, 0.92, 0.05}};
     auto faces = [](const Analysis& analysis) {
         std::vector<Rect> found;
         for (const RedactionRegion& r : analysis.regions) {
@@ -235,12 +235,12 @@ TEST(Assembly, APassportPortraitTheDetectorMissedIsMaskedWhereThePageKeepsIt) {
     EXPECT_NEAR(place[0].maxY(), 0.84 - 3 * mm * 1.6, 1e-9);
     EXPECT_NEAR(place[0].y, 0.84 - 60 * mm * 1.6, 1e-9);
     // A face found there stands alone; one found elsewhere (a ghost copy at the right) does not count.
-    in.recognition.faces = {Box{0.1, 0.45, 0.15, 0.3}};
+    in.recognition.faces = {Box{0.1, 0.25, 0.15, 0.3}};
     EXPECT_EQ(faces(ImagePipeline::assemble(in)).size(), 1u);
-    in.recognition.faces = {Box{0.85, 0.5, 0.05, 0.1}};
+    in.recognition.faces = {Box{0.85, 0.4, 0.05, 0.1}};
     EXPECT_EQ(faces(ImagePipeline::assemble(in)).size(), 2u);
     // A card's three-line zone says nothing of where its portrait is.
     in.recognition.faces.clear();
-    in.recognition.zones.push_back(Box{0.04, 0.0, 0.92, 0.04});
+    in.recognition.zones.push_back(Box{0.04, 0.96, 0.92, 0.04});
     EXPECT_TRUE(faces(ImagePipeline::assemble(in)).empty());
 }

@@ -77,11 +77,3 @@ TEST(RedactionRegion, EqualContentWithFreshIdsIsTwoMasks) {
     EXPECT_EQ(text.size(), 36u);
     EXPECT_EQ(text[14], '4'); // version 4
 }
-
-TEST(Coordinates, RecognitionBoxesTurnIntoTopLeftSpace) {
-    // A box at the very top of a bottom-left-origin space starts at y = 0 in ours.
-    EXPECT_EQ(ImagePipeline::topLeft(Rect{0.1, 0.8, 0.5, 0.2}), (Rect{0.1, 0.0, 0.5, 0.2}));
-    const Rect r = ImagePipeline::topLeft(Rect{0.25, 0.25, 0.5, 0.25});
-    EXPECT_DOUBLE_EQ(r.y, 0.5);
-    EXPECT_DOUBLE_EQ(r.width, 0.5);
-}
