@@ -204,6 +204,12 @@ TEST_F(Export, ReplacesAnExistingFileWhole) {
     EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.png"});
 }
 
+TEST_F(Export, AnImageItsOwnReaderWouldRefuseIsNeverWritten) {
+    // Wider than any PNG the program reads back: the copy would be saved and then refused on opening.
+    EXPECT_THROW(ImagePipeline::exportPNG(Bitmap(100001, 1), dir / "wide.png"), DocumentError);
+    EXPECT_TRUE(dir.entries().empty());
+}
+
 TEST_F(Export, AFolderWithoutWritePermissionGivesTheSystemErrorAndStaysAsItWas) {
     const auto locked = dir / "locked";
     std::filesystem::create_directory(locked);
