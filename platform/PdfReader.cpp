@@ -7,6 +7,9 @@
 #include <poppler/cpp/poppler-image.h>
 #include <poppler/cpp/poppler-page-renderer.h>
 #include <poppler/cpp/poppler-page.h>
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFPageDocumentHelper.hh>
+#include <qpdf/QPDFWriter.hh>
 
 #include <algorithm>
 #include <cstring>
@@ -34,11 +37,46 @@ void silencePoppler() {
     (void)silenced;
 }
 
+// Poppler draws a page's crop box, and a smaller crop box came out in one corner of the media box with
+// the rest of the page lost. The copy draws the whole media box: where a page's crop box differs, it
+// is set to the media box in a copy of the file held in memory. None when no page needs it, or when
+// qpdf cannot read the file (Poppler then decides on it alone).
+std::optional<poppler::byte_array> withMediaBoxes(const std::filesystem::path& file) {
+    try {
+        QPDF pdf;
+        pdf.setSuppressWarnings(true);
+        pdf.processFile(file.string().c_str());
+        bool changed = false;
+        for (QPDFPageObjectHelper& page : QPDFPageDocumentHelper(pdf).getAllPages()) {
+            QPDFObjectHandle crop = page.getAttribute("/CropBox", false);
+            QPDFObjectHandle media = page.getMediaBox();
+            if (crop.isNull() || crop.unparse() == media.unparse()) {
+                continue;
+            }
+            page.getObjectHandle().replaceKey("/CropBox", media.shallowCopy());
+            changed = true;
+        }
+        if (!changed) {
+            return std::nullopt;
+        }
+        QPDFWriter writer(pdf);
+        writer.setOutputMemory();
+        writer.write();
+        const auto buffer = writer.getBufferSharedPointer();
+        const auto* bytes = reinterpret_cast<const char*>(buffer->getBuffer());
+        return poppler::byte_array(bytes, bytes + buffer->getSize());
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 std::shared_ptr<const Document> open(const std::filesystem::path& file) {
     silencePoppler();
-    std::unique_ptr<poppler::document> document(poppler::document::load_from_file(file.string()));
+    std::optional<poppler::byte_array> copy = withMediaBoxes(file);
+    std::unique_ptr<poppler::document> document(copy ? poppler::document::load_from_data(&*copy)
+                                                     : poppler::document::load_from_file(file.string()));
     if (!document || document->is_locked()) {
         throw CodecError("not a PDF that can be opened without a password");
     }

@@ -74,6 +74,23 @@ TEST_F(PdfPipeline, APageTooLargeForItsScaleIsRenderedSmaller) {
     EXPECT_EQ(inspectPdf(pdf.data).pageSizes, (std::vector<std::pair<double, double>>{{20000, 667}}));
 }
 
+TEST_F(PdfPipeline, APageIsDrawnWholeWhateverItsCropBox) {
+    // The black square lies at the media box's lower-left corner, outside the crop box.
+    TestPage page{0, 0, 595, 842, {}};
+    page.blackCornerSquare = true;
+    page.cropInset = 100;
+    const PdfRun pdf = process({page});
+    ASSERT_EQ(pdf.pages.size(), 1u);
+    const Bitmap& original = pdf.pages[0].original;
+    ASSERT_EQ(original.width, 1190);
+    ASSERT_EQ(original.height, 1684);
+    // 50 points at 2 pixels a point: the square fills the bottom-left 100 pixels, and nothing else is black.
+    EXPECT_EQ(original.at(50, 1684 - 50)[0], 0);
+    EXPECT_EQ(original.at(150, 1684 - 50)[0], 255);
+    EXPECT_EQ(original.at(50, 1684 - 150)[0], 255);
+    EXPECT_EQ(original.at(595, 842)[0], 255);
+}
+
 TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
     const PdfRun pdf =
         process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});

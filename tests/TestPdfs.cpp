@@ -33,6 +33,13 @@ std::vector<std::uint8_t> makePdf(const std::vector<TestPage>& pages, const Test
             QPDFObjectHandle::parse("<< /Type /Page /MediaBox [" + std::to_string(p.x) + " " +
                                     std::to_string(p.y) + " " + std::to_string(p.x + p.width) + " " +
                                     std::to_string(p.y + p.height) + "] /Resources << /Font << >> >> >>"));
+        if (p.cropInset > 0) {
+            const double i = p.cropInset;
+            page.replaceKey("/CropBox", QPDFObjectHandle::parse("[" + std::to_string(p.x + i) + " " +
+                                                                std::to_string(p.y + i) + " " +
+                                                                std::to_string(p.x + p.width - i) + " " +
+                                                                std::to_string(p.y + p.height - i) + "]"));
+        }
         page.getKey("/Resources").getKey("/Font").replaceKey("/F1", font);
         page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, content));
         helper.addPage(QPDFPageObjectHelper(page), false);

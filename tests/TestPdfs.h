@@ -14,6 +14,7 @@ struct TestPage {
     double x = 0, y = 0, width = 595, height = 842; // media box, points
     std::vector<std::string> lines;                 // text drawn from the top left of the box
     bool blackCornerSquare = false;                 // a 50-point black square at the box's lower-left corner
+    double cropInset = 0;                           // a crop box this far inside the media box, when above 0
 };
 
 struct TestPdfOptions {
