@@ -4,7 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <mutex>
 #include <random>
 #include <string>
 #include <system_error>
@@ -109,6 +115,73 @@ bool writeAll(int fd, std::span<const std::uint8_t> bytes) {
     return ::fsync(fd) == 0;
 }
 
+// Hidden files being written where unnamed ones are not available. A signal that ends the program
+// (Ctrl-C, SIGTERM, a closed terminal, a file size limit) removes them first, so that an interrupted
+// save leaves nothing. Writes beyond the slots' number still work, only unguarded.
+struct PendingSlot {
+    std::atomic<int> state{0}; // 0 free, 1 being filled, 2 holds a path to remove
+    std::array<char, PATH_MAX> path{};
+};
+std::array<PendingSlot, 16> pendingSlots;
+
+extern "C" void removePendingFiles(int signal) {
+    for (PendingSlot& slot : pendingSlots) {
+        if (slot.state.load() == 2) {
+            ::unlink(slot.path.data());
+        }
+    }
+    // The handler was installed to run once: the signal now takes its default course.
+    ::raise(signal);
+}
+
+void guardAgainstSignals() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGXFSZ}) {
+            struct sigaction current {};
+            // A program that handles the signal itself keeps its handling.
+            if (::sigaction(signal, nullptr, &current) != 0 || current.sa_handler != SIG_DFL) {
+                continue;
+            }
+            struct sigaction action {};
+            action.sa_handler = removePendingFiles;
+            sigemptyset(&action.sa_mask);
+            action.sa_flags = SA_RESETHAND;
+            ::sigaction(signal, &action, nullptr);
+        }
+    });
+}
+
+class PendingFile {
+public:
+    explicit PendingFile(const std::filesystem::path& path) {
+        guardAgainstSignals();
+        const std::string& text = path.native();
+        if (text.size() >= PATH_MAX) {
+            return;
+        }
+        for (PendingSlot& candidate : pendingSlots) {
+            int expected = 0;
+            if (candidate.state.compare_exchange_strong(expected, 1)) {
+                std::memcpy(candidate.path.data(), text.c_str(), text.size() + 1);
+                candidate.state.store(2);
+                slot_ = &candidate;
+                return;
+            }
+        }
+    }
+    ~PendingFile() {
+        if (slot_) {
+            slot_->state.store(0);
+        }
+    }
+    PendingFile(const PendingFile&) = delete;
+    PendingFile& operator=(const PendingFile&) = delete;
+
+private:
+    PendingSlot* slot_ = nullptr;
+};
+
 std::filesystem::path hiddenName(const std::filesystem::path& folder, const std::filesystem::path& path) {
     // Appended in place: GCC 12 at -O3 warns falsely (-Wrestrict) on a chain of operator+.
     std::string name = ".";
@@ -182,6 +255,7 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
         if (fd < 0) {
             throwErrno(EEXIST, path);
         }
+        const PendingFile pending(temporary);
         Descriptor guard(fd);
         if (!writeAll(fd, bytes) || ::close(guard.release()) != 0 ||
             ::rename(temporary.c_str(), path.c_str()) != 0) {

@@ -1,10 +1,14 @@
 #include "DocumentTypes.h"
+#include "FileSystem.h"
 #include "ImagePipeline.h"
 #include "TestImages.h"
 
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -265,6 +269,57 @@ TEST_F(Export, AProgramKilledWhileSavingLeavesTheOldFileAndNothingElse) {
     ASSERT_TRUE(WIFSIGNALED(status)) << status;
     EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.png"});
     EXPECT_EQ(readBytes(dir / "out.png"), old);
+}
+
+TEST_F(Export, ASaveStoppedBySigtermLeavesNothingWhereFilesMustBeNamed) {
+    // Without /proc an unnamed file cannot be named, and saving falls back to a hidden named file. The
+    // child hides /proc in a mount namespace of its own (root only) and saves again and again; the
+    // test stops it with SIGTERM as soon as a hidden file shows.
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(ready[0]);
+        const bool hidden = ::unshare(CLONE_NEWNS) == 0 &&
+                            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                            ::mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
+        const char answer = hidden ? 'y' : 'n';
+        (void)!::write(ready[1], &answer, 1);
+        if (!hidden) {
+            ::_exit(0);
+        }
+        const std::vector<std::uint8_t> bytes(64 << 20, 'x');
+        for (int i = 0; i < 50; ++i) {
+            platform::FileSystem::writeAtomically(dir / "out.bin", bytes);
+        }
+        ::_exit(0);
+    }
+    ::close(ready[1]);
+    char answer = 'n';
+    (void)!::read(ready[0], &answer, 1);
+    ::close(ready[0]);
+    bool stopped = false;
+    while (answer == 'y' && !stopped) {
+        for (const std::string& name : dir.entries()) {
+            if (name.starts_with(".out.bin.quorvel-")) {
+                stopped = ::kill(child, SIGTERM) == 0;
+                break;
+            }
+        }
+        if (!stopped && ::waitpid(child, nullptr, WNOHANG) == child) {
+            GTEST_SKIP() << "every save finished before a hidden file was seen";
+        }
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (answer != 'y') {
+        GTEST_SKIP() << "no mount namespace here";
+    }
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    for (const std::string& name : dir.entries()) {
+        EXPECT_FALSE(name.starts_with(".out.bin.quorvel-")) << name;
+    }
 }
 
 TEST_F(Export, TheSystemsTemporaryFolderPlaysNoPart) {
