@@ -7,6 +7,8 @@
 #include "ImagePipeline.h"
 #include "PDFPipeline.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
@@ -23,73 +25,17 @@ using namespace cli;
 
 namespace {
 
-constexpr const char* usageText = R"(Usage: quorvel-cli COMMAND [OPTIONS]
-
-Finds and masks personal data on photos of identity documents, entirely on
+constexpr const char* introText =
+    R"(Finds and masks personal data on photos of identity documents, entirely on
 this machine. Photos may be JPEG, PNG, HEIC or HEIF (the type is read from the
 file's content, not its name), at most 80 MB, 20,000 pixels a side and 50
-megapixels. Nothing is sent anywhere and nothing but the output is written.
+megapixels. Nothing is sent anywhere and nothing but the output is written.)";
 
-Commands:
-  redact FILE -o OUT.png [SWITCHES]
-      Recognises the document, masks every personal field it finds and saves
-      a PNG without metadata.
-  redact IN.pdf -o OUT.pdf [SWITCHES]
-      Renders every page of a PDF, masks it the same way and saves a new PDF
-      made only of the page images: no text layer, fonts, annotations,
-      attachments or metadata of the original survive. Names are always
-      masked in PDFs. A file whose name ends in .pdf (any case) is a PDF.
-      The output's name says what is written: .png for a photo, .pdf for a PDF.
-  redact FILE... -o DIR [-j N] [SWITCHES]
-      The same for many files; each result is DIR/NAME-redacted.png (or .pdf).
-      A file that fails is reported by name and the rest go on; the exit code
-      is 1 if any failed. -j N runs N files at a time (default: 1).
-  redact ... --report REPORT.json (or --report DIR with many files)
-      Also writes what the analysis found, the JSON of analyze --json from
-      the same run (a PDF's report: {"pages": [...]}), so that a large job
-      recognises each file once. With many files each report is
-      DIR/NAME-redacted.json.
-  analyze FILE [--json]
-      Prints what the analysis found: country, document type, warnings, risk
-      and the masks, without writing anything. --json prints one object.
-  analyze --lines LINES.json [--json]
-      The same analysis from recognised lines given as JSON instead of an
-      image: {"lines": [{"text", "x", "y", "width", "height", "confidence",
-      "ranges": [{"location", "length", "x", "y", "width", "height"}]}],
-      "faces": [rect...], "barcodes": [rect...], "zones": [rect...],
-      "image": {"width", "height"},
-      "software", "centering": {"applied", "confidence"},
-      "supportedLanguages": [...]}. Every key but "lines" is optional; at
-      most 2,000 lines of at most 1,000 bytes each;
-      rectangles are fractions of the image, origin at the top-left corner;
-      ranges count UTF-16 code units. Without "supportedLanguages" the
-      languages installed on this machine are assumed.
-  eval DIR [--json]
-      Measures the pipeline on a folder of annotated images: each NAME.jpg
-      (or .png, .heic, .heif) with a NAME.json {"fields": [{"kind", "x", "y",
-      "width", "height"}]} (fractions of the image as shown, origin top-left)
-      is redacted with every switch on, and the report gives per kind the
-      fields fully masked (98% of the box black) and missed, the share of the
-      painted area outside every field, and the seconds per image.
-  mask IN --regions R.json -o OUT.png [SWITCHES]
-      Paints masks over the regions listed in R.json, a list of objects
-        {"kind": "number", "x": 0.1, "y": 0.2, "width": 0.3, "height": 0.05}
-      (fractions of the image, origin at the top-left corner), and saves a
-      PNG without metadata.
-
+constexpr const char* closingText = R"(
 Kinds: number, address, birthDate, face, issueDate, expiryDate,
 machineReadable, uncertain, manual, personName, phone, email.
-
-Switches (optional fields are shown unless switched on; every other kind is
-always masked):
-  --hide-face           mask portraits (kind face)
-  --hide-issue-date     mask issue dates (kind issueDate)
-  --hide-expiry-date    mask expiry dates (kind expiryDate)
-  --hide-person-name    mask names (kind personName)
-
-Other options:
-  -h, --help            show this help
-  --version             show the version
+Optional fields are shown unless switched on; every other kind is always
+masked.
 
 Exit codes:
   0  success
@@ -105,70 +51,90 @@ struct Arguments {
     int workers = 1;
 };
 
-Arguments parse(const std::vector<std::string>& args, const std::set<std::string>& allowed) {
-    Arguments parsed;
-    bool optionsEnded = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (optionsEnded || arg == "-" || !arg.starts_with("-")) {
-            parsed.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            optionsEnded = true;
-            continue;
-        }
-        if (!allowed.contains(arg)) {
-            throw UsageError("unknown option " + arg + " (see quorvel-cli --help)");
-        }
-        auto value = [&]() -> std::string {
-            if (i + 1 >= args.size()) {
-                throw UsageError(arg + " needs a value");
-            }
-            return args[++i];
-        };
-        if (arg == "-o" || arg == "--output") {
-            parsed.output = value();
-            if (parsed.output->empty()) {
-                throw UsageError(arg + " needs a file or folder name");
-            }
-        } else if (arg == "--report") {
-            parsed.report = value();
-        } else if (arg == "--regions") {
-            parsed.regions = value();
-        } else if (arg == "--lines") {
-            parsed.lines = value();
-        } else if (arg == "--json") {
-            parsed.json = true;
-        } else if (arg == "-j") {
-            const std::string n = value();
-            try {
-                parsed.workers = std::stoi(n);
-            } catch (const std::exception&) {
-                parsed.workers = 0;
-            }
-            if (parsed.workers < 1 || parsed.workers > 64) {
-                throw UsageError("-j takes a number of files at a time from 1 to 64");
-            }
-        } else if (arg == "--hide-face") {
-            parsed.policy.hideFace = true;
-        } else if (arg == "--hide-issue-date") {
-            parsed.policy.hideIssueDate = true;
-        } else if (arg == "--hide-expiry-date") {
-            parsed.policy.hideExpiryDate = true;
-        } else if (arg == "--hide-person-name") {
-            parsed.policy.hidePersonName = true;
-        }
-    }
-    return parsed;
+// The switches of the optional kinds, for the commands that paint.
+void addSwitches(CLI::App& command, RedactionPolicy& policy) {
+    command.add_flag("--hide-face", policy.hideFace, "mask portraits (kind face)");
+    command.add_flag("--hide-issue-date", policy.hideIssueDate, "mask issue dates (kind issueDate)");
+    command.add_flag("--hide-expiry-date", policy.hideExpiryDate, "mask expiry dates (kind expiryDate)");
+    command.add_flag("--hide-person-name", policy.hidePersonName, "mask names (kind personName)");
 }
 
-const std::set<std::string> policySwitches{"--hide-face", "--hide-issue-date", "--hide-expiry-date",
-                                           "--hide-person-name"};
+void addOutput(CLI::App& command, Arguments& a, const std::string& what) {
+    command.add_option("-o,--output", a.output, what)->type_name("OUT")->check([](const std::string& name) {
+        return name.empty() ? "needs a file or folder name" : "";
+    });
+}
 
-std::set<std::string> with(std::set<std::string> options, std::initializer_list<std::string> more) {
-    options.insert(more);
-    return options;
+// Every command and option, declared once: the parser and the help both read them from here.
+void declare(CLI::App& app, Arguments& a) {
+    app.footer(closingText);
+    app.set_version_flag("--version", std::string("quorvel-cli ") + QUORVEL_VERSION);
+    app.require_subcommand(1, 1);
+
+    CLI::App& redact = *app.add_subcommand(
+        "redact", R"(Recognises the document, masks every personal field it finds and saves a
+copy without metadata.
+  redact FILE -o OUT.png: a photo's copy is a PNG.
+  redact IN.pdf -o OUT.pdf: every page of a PDF is rendered, masked the same
+      way and saved in a new PDF made only of the page images: no text layer,
+      fonts, annotations, attachments or metadata of the original survive.
+      Names are always masked in PDFs. A file whose name ends in .pdf (any
+      case) is a PDF. The output's name says what is written.
+  redact FILE... -o DIR: the same for many files; each result is
+      DIR/NAME-redacted.png (or .pdf). A file that fails is reported by name
+      and the rest go on; the exit code is 1 if any failed.
+  --report also writes what the analysis found, the JSON of analyze --json
+      from the same run (a PDF's report: {"pages": [...]}), so that a large
+      job recognises each file once; with many files it names a folder, and
+      each report is DIR/NAME-redacted.json.)");
+    redact.add_option("FILE", a.positional, "photos or PDFs")->required()->type_name("");
+    addOutput(redact, a, "the copy, or an existing folder for many files");
+    redact.add_option("-j", a.workers, "files at a time, 1 to 64 (default: 1)")
+        ->check(CLI::Range(1, 64).description(""))
+        ->type_name("N");
+    redact.add_option("--report", a.report, "a JSON report, or a folder with many files")
+        ->type_name("REPORT");
+    addSwitches(redact, a.policy);
+
+    CLI::App& analyze = *app.add_subcommand(
+        "analyze", R"(Prints what the analysis found: country, document type, warnings, risk and
+the masks, without writing anything.
+  analyze FILE
+  analyze --lines LINES.json: the same analysis from recognised lines given
+      as JSON instead of an image: {"lines": [{"text", "x", "y", "width",
+      "height", "confidence", "ranges": [{"location", "length", "x", "y",
+      "width", "height"}]}], "faces": [rect...], "barcodes": [rect...],
+      "zones": [rect...], "image": {"width", "height"}, "software",
+      "centering": {"applied", "confidence"}, "supportedLanguages": [...]}.
+      Every key but "lines" is optional; at most 2,000 lines of at most 1,000
+      bytes each; rectangles are fractions of the image, origin at the
+      top-left corner; ranges count UTF-16 code units. Without
+      "supportedLanguages" the languages installed on this machine are
+      assumed.)");
+    analyze.add_option("FILE", a.positional, "a photo")->expected(1)->type_name("");
+    analyze.add_option("--lines", a.lines, "recognised lines instead of a photo")->type_name("LINES.json");
+    analyze.add_flag("--json", a.json, "print one JSON object");
+
+    CLI::App& eval = *app.add_subcommand(
+        "eval", R"(Measures the pipeline on a folder of annotated images: each NAME.jpg (or
+.png, .heic, .heif) with a NAME.json {"fields": [{"kind", "x", "y", "width",
+"height"}]} (fractions of the image as shown, origin top-left) is redacted
+with every switch on, and the report gives per kind the fields fully masked
+(98% of the box black) and missed, the share of the painted area outside
+every field, and the seconds per image.)");
+    eval.add_option("DIR", a.positional, "the folder")->required()->expected(1)->type_name("");
+    eval.add_flag("--json", a.json, "print one JSON object");
+
+    CLI::App& mask =
+        *app.add_subcommand("mask", R"(Paints masks over the regions listed in R.json, a list of objects
+  {"kind": "number", "x": 0.1, "y": 0.2, "width": 0.3, "height": 0.05}
+(fractions of the image, origin at the top-left corner), and saves a PNG
+without metadata.)");
+    mask.add_option("IN", a.positional, "a photo")->required()->expected(1)->type_name("");
+    mask.add_option("--regions", a.regions, "the regions")->required()->type_name("R.json");
+    addOutput(mask, a, "the copy, a PNG");
+    mask.get_option("--output")->required();
+    addSwitches(mask, a.policy);
 }
 
 // A file's name says what it holds: a PDF's copy is a PDF, a photo's copy a PNG.
@@ -184,11 +150,7 @@ void checkOutputType(const fs::path& input, const fs::path& output) {
     }
 }
 
-int runMask(const std::vector<std::string>& args) {
-    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "--regions"}));
-    if (a.positional.size() != 1 || !a.regions || !a.output) {
-        throw UsageError("mask needs IN, --regions R.json and -o OUT.png");
-    }
+int runMask(const Arguments& a) {
     const fs::path input = a.positional[0];
     if (sameFile(input, *a.output)) {
         throw UsageError("the output would overwrite the input " + input.string());
@@ -201,8 +163,7 @@ int runMask(const std::vector<std::string>& args) {
     return exitOK;
 }
 
-int runAnalyze(const std::vector<std::string>& args) {
-    const Arguments a = parse(args, {"--json", "--lines"});
+int runAnalyze(const Arguments& a) {
     Analysis analysis;
     if (a.lines) {
         if (!a.positional.empty()) {
@@ -265,10 +226,9 @@ void redactOne(const fs::path& input, const fs::path& output, const RedactionPol
     }
 }
 
-int runRedact(const std::vector<std::string>& args) {
-    const Arguments a = parse(args, with(policySwitches, {"-o", "--output", "-j", "--report"}));
-    if (a.positional.empty() || !a.output) {
-        throw UsageError("redact needs FILE... and -o OUT.png or -o DIR");
+int runRedact(const Arguments& a) {
+    if (!a.output) {
+        throw UsageError("redact needs -o OUT.png, or -o DIR with many files");
     }
     std::error_code error;
     const bool toFolder = a.positional.size() > 1 || fs::is_directory(*a.output, error);
@@ -341,8 +301,7 @@ int runRedact(const std::vector<std::string>& args) {
     return failures ? exitFailed : exitOK;
 }
 
-int runEval(const std::vector<std::string>& args) {
-    const Arguments a = parse(args, {"--json"});
+int runEval(const Arguments& a) {
     if (a.positional.size() != 1 || !fs::is_directory(a.positional[0])) {
         throw UsageError("eval needs one folder of annotated images");
     }
@@ -359,44 +318,68 @@ int runEval(const std::vector<std::string>& args) {
     return exitOK;
 }
 
+std::string helpText(const CLI::App& app) {
+    return std::string(introText) + "\n\n" + app.help("", CLI::AppFormatMode::All);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     platform::Recognition::limitRecognitionThreads(argv);
-    std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.empty()) {
-        std::cerr << usageText;
+    CLI::App app("", "quorvel-cli");
+    Arguments arguments;
+    declare(app, arguments);
+    // The help shows every command with its options.
+    app.set_help_flag("-h,--help", "show this help");
+    for (CLI::App* command : app.get_subcommands({})) {
+        command->set_help_flag();
+        command->add_flag_callback(
+            "-h,--help", [] { throw CLI::CallForAllHelp(); }, "show this help");
+    }
+    app.get_formatter()->column_width(26);
+    if (argc < 2) {
+        std::cerr << helpText(app);
         return exitUsage;
     }
-    if (args[0] == "-h" || args[0] == "--help" || args[0] == "help") {
-        std::cout << usageText;
-        return exitOK;
+    const std::string first = argv[1];
+    const auto commands = app.get_subcommands({});
+    const bool known = std::any_of(commands.begin(), commands.end(),
+                                   [&](const CLI::App* command) { return command->get_name() == first; });
+    if (!first.starts_with("-") && first != "help" && !known) {
+        std::cerr << "quorvel-cli: unknown command \"" << first << "\" (see quorvel-cli --help)\n";
+        return exitUsage;
     }
-    if (args[0] == "--version") {
-        std::cout << "quorvel-cli " << QUORVEL_VERSION << "\n";
-        return exitOK;
-    }
-    const std::string command = args[0];
-    args.erase(args.begin());
-    if (std::find(args.begin(), args.end(), "--help") != args.end() ||
-        std::find(args.begin(), args.end(), "-h") != args.end()) {
-        std::cout << usageText;
+    if (argc == 2 && std::string(argv[1]) == "help") {
+        std::cout << helpText(app);
         return exitOK;
     }
     try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        std::cout << helpText(app);
+        return exitOK;
+    } catch (const CLI::CallForAllHelp&) {
+        std::cout << helpText(app);
+        return exitOK;
+    } catch (const CLI::CallForVersion& version) {
+        std::cout << version.what() << "\n";
+        return exitOK;
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "quorvel-cli: " << error.what() << " (see quorvel-cli --help)\n";
+        return exitUsage;
+    }
+    try {
+        const std::string command = app.get_subcommands().front()->get_name();
         if (command == "mask") {
-            return runMask(args);
+            return runMask(arguments);
         }
         if (command == "analyze") {
-            return runAnalyze(args);
+            return runAnalyze(arguments);
         }
         if (command == "redact") {
-            return runRedact(args);
+            return runRedact(arguments);
         }
-        if (command == "eval") {
-            return runEval(args);
-        }
-        throw UsageError("unknown command \"" + command + "\" (see quorvel-cli --help)");
+        return runEval(arguments);
     } catch (const UsageError& error) {
         std::cerr << "quorvel-cli: " << error.what() << "\n";
         return exitUsage;

@@ -69,6 +69,19 @@ TEST_F(MaskCommand, PaintsTheListedRegionsAndHonoursTheSwitches) {
     EXPECT_NE(readBytes(dir / "out.png"), withoutFace);
 }
 
+TEST_F(MaskCommand, DoubleDashEndsTheOptionsSoAFileMayStartWithADash) {
+    std::filesystem::copy_file(dir / "in.jpg", dir / "-in.jpg");
+    writeBytes(dir / "r.json", std::vector<std::uint8_t>{'[', ']'});
+    const auto previous = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    const CliRun run = cli("mask --regions r.json -o out.png -- -in.jpg");
+    const CliRun unknown = cli("mask --regions r.json -o out.png -in.jpg");
+    std::filesystem::current_path(previous);
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_TRUE(std::filesystem::exists(dir / "out.png"));
+    EXPECT_EQ(unknown.exitCode, 2) << unknown.output;
+}
+
 TEST_F(MaskCommand, MalformedRegionFilesGetOneLineNamingTheProblem) {
     struct Case {
         const char* json;

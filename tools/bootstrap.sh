@@ -15,7 +15,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     libicu-dev libpng-dev libjpeg62-turbo-dev libheif-dev libexiv2-dev libopencv-dev opencv-data
     libtesseract-dev libleptonica-dev libzxing-dev libpoppler-cpp-dev libqpdf-dev qt6-base-dev
-    nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
+    nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core fonts-ocr-b libqt6svg6 xvfb xauth parallel appstream desktop-file-utils strace
     clang clang-format libclang-rt-14-dev python3-onnx
 )
