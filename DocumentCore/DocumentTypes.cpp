@@ -87,6 +87,10 @@ bool RedactionPolicy::hides(FieldKind kind) const noexcept {
     }
 }
 
+std::string CopyMark::line() const {
+    return purpose.empty() ? word + " · " + date : word + " · " + purpose + " · " + date;
+}
+
 Uuid Uuid::random() {
     std::random_device device;
     Uuid id;

@@ -116,6 +116,17 @@ struct RedactionPolicy {
     bool operator==(const RedactionPolicy&) const = default;
 };
 
+// What a copy says of itself, written across it under the masks: the word for "copy" in the person's
+// language, what the copy is for (may be empty) and the date, ISO 8601.
+struct CopyMark {
+    std::string word;
+    std::string purpose;
+    std::string date;
+
+    // The three joined with " · ", the purpose left out when empty.
+    std::string line() const;
+};
+
 struct RiskAssessment {
     std::optional<int> score;
     std::vector<std::string> findings;

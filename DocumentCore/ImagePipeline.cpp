@@ -5,6 +5,7 @@
 #include "FieldDetector.h"
 #include "FileSystem.h"
 #include "ImageDecoder.h"
+#include "Lettering.h"
 #include "MachineZone.h"
 #include "OCRLanguages.h"
 #include "PlatformError.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <new>
 #include <optional>
 
@@ -424,8 +426,8 @@ Analysis analyze(const LoadedDocument& document) {
     return assemble(input);
 }
 
-Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
-              const RedactionPolicy& policy) {
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy,
+              const std::optional<CopyMark>& mark) {
     if (image.empty() || image.pixels.size() != image.rowBytes() * static_cast<std::size_t>(image.height)) {
         throw DocumentError(DocumentError::exportFailed);
     }
@@ -434,6 +436,13 @@ Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
         canvas = image; // bitmaps are opaque, so drawing onto white is a copy
     } catch (const std::bad_alloc&) {
         throw DocumentError(DocumentError::exportFailed);
+    }
+    if (mark) {
+        try {
+            platform::Lettering::repeatAcross(canvas, mark->line());
+        } catch (const std::exception&) {
+            throw DocumentError(DocumentError::exportFailed);
+        }
     }
     const double W = image.width;
     const double H = image.height;
@@ -452,6 +461,16 @@ Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
         fillBlack(canvas, integral(outset(pixels, padding)));
     }
     return canvas;
+}
+
+std::string copyWord(std::string_view language) {
+    static const std::map<std::string_view, const char*> words{
+        {"en", "COPY"},  {"de", "KOPIE"},  {"nl", "KOPIE"},     {"fr", "COPIE"},
+        {"es", "COPIA"}, {"it", "COPIA"},  {"pt", "CÓPIA"},     {"hu", "MÁSOLAT"},
+        {"pl", "KOPIA"}, {"lv", "KOPIJA"}, {"et", "KOOPIA"},    {"fi", "KOPIO"},
+        {"sv", "KOPIA"}, {"no", "KOPI"},   {"el", "ΑΝΤΙΓΡΑΦΟ"}, {"ru", "КОПИЯ"}};
+    const auto found = words.find(language);
+    return found == words.end() ? "COPY" : found->second;
 }
 
 void exportPNG(const Bitmap& image, const std::filesystem::path& to) {

@@ -5,6 +5,9 @@
 #include "RiskEngine.h"
 
 #include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace ImagePipeline {
@@ -47,11 +50,17 @@ struct AssemblyInput {
 };
 Analysis assemble(const AssemblyInput& input);
 
-// A new opaque copy of `image` with the regions that `policy` hides painted solid black, with hard
-// edges, padded by 0.4% of the image height (at least 3 pixels) on every side. Throws
-// DocumentError::exportFailed when no bitmap can be made.
-Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions,
-              const RedactionPolicy& policy);
+// A new opaque copy of `image`, the copy mark written across it when given, with the regions that
+// `policy` hides painted solid black on top, with hard edges, padded by 0.4% of the image height (at
+// least 3 pixels) on every side. Throws DocumentError::exportFailed when no bitmap can be made.
+Bitmap render(const Bitmap& image, const std::vector<RedactionRegion>& regions, const RedactionPolicy& policy,
+              const std::optional<CopyMark>& mark = std::nullopt);
+
+// "COPY" in an interface language, by its code ("de" gives "KOPIE"); English for any other code.
+std::string copyWord(std::string_view language);
+
+// Longest purpose a mark carries, in characters.
+inline constexpr std::size_t longestPurpose = 200;
 
 // Encodes `image` as a PNG without metadata, decodes the bytes again to check them, then replaces
 // the file at `to` atomically. Encoding or verification failures throw DocumentError::exportFailed

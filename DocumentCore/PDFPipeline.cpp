@@ -67,7 +67,7 @@ RedactionPolicy pdfPolicy() noexcept {
 }
 
 ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress,
-                     const PageDone& pageDone) {
+                     const PageDone& pageDone, const std::optional<CopyMark>& mark) {
     policy.hidePersonName = true; // names are always hidden in PDFs
     ProcessedPDF result;
     std::optional<platform::Pdf::ImagePDFWriter> writer;
@@ -86,7 +86,7 @@ ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const 
         LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0},
                               upright.quarterTurns};
         Analysis analysis = ImagePipeline::analyze(loaded);
-        Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy);
+        Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy, mark);
         if (writer) {
             try {
                 writer->addPage(cleaned);

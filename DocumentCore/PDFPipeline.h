@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace platform::Pdf {
 class Document;
@@ -39,8 +40,9 @@ using PageDone = std::function<void(PDFPageResult&& page)>;
 // the next is rendered, so that memory stays flat however long the document: the result holds the
 // new PDF and each page's analysis, not its images (those go to `pageDone`). The first failing page
 // fails the whole call. Names are hidden whatever `policy` says. Output pages measure one point per
-// pixel of the rendered page. Errors of the recogniser pass through unchanged.
+// pixel of the rendered page. Every page carries the copy mark when one is given. Errors of the
+// recogniser pass through unchanged.
 ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress = {},
-                     const PageDone& pageDone = {});
+                     const PageDone& pageDone = {}, const std::optional<CopyMark>& mark = std::nullopt);
 
 } // namespace PDFPipeline

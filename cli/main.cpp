@@ -11,6 +11,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -47,6 +51,8 @@ struct Arguments {
     std::vector<std::string> positional;
     std::optional<fs::path> output, regions, lines, report;
     RedactionPolicy policy;
+    bool markCopy = false;
+    std::string purpose, markDate;
     bool json = false;
     int workers = 1;
 };
@@ -94,6 +100,15 @@ copy without metadata.
         ->type_name("N");
     redact.add_option("--report", a.report, "a JSON report, or a folder with many files")
         ->type_name("REPORT");
+    redact.add_flag(
+        "--mark-copy", a.markCopy,
+        "write COPY (in the language of the locale: KOPIE, COPIE, КОПИЯ, ...), the purpose and the "
+        "date across the whole copy, under the masks");
+    redact
+        .add_option("--purpose", a.purpose, "what the copy is for, at most 200 characters (with --mark-copy)")
+        ->type_name("TEXT");
+    redact.add_option("--mark-date", a.markDate, "the date of the mark (default: today)")
+        ->type_name("YYYY-MM-DD");
     addSwitches(redact, a.policy);
 
     CLI::App& analyze = *app.add_subcommand(
@@ -135,6 +150,57 @@ without metadata.)");
     addOutput(mask, a, "the copy, a PNG");
     mask.get_option("--output")->required();
     addSwitches(mask, a.policy);
+}
+
+// The mark asked for with --mark-copy: the word in the language of the user's locale, the purpose as
+// given (one line of at most 200 characters) and the date given, or today's.
+std::optional<CopyMark> copyMark(const Arguments& a) {
+    if (!a.markCopy) {
+        if (!a.purpose.empty() || !a.markDate.empty()) {
+            throw UsageError("--purpose and --mark-date describe the mark of --mark-copy");
+        }
+        return std::nullopt;
+    }
+    std::string language = "en";
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (value && *value) {
+            language = std::string(value).substr(0, 2);
+            break;
+        }
+    }
+    std::size_t characters = 0;
+    for (unsigned char c : a.purpose) {
+        if (c < 0x20 || c == 0x7F) {
+            throw UsageError("--purpose is one line of text, without control characters");
+        }
+        characters += (c & 0xC0) != 0x80;
+    }
+    if (characters > ImagePipeline::longestPurpose) {
+        throw UsageError("--purpose has " + std::to_string(characters) + " characters; at most " +
+                         std::to_string(ImagePipeline::longestPurpose) + " are written");
+    }
+    std::string date = a.markDate;
+    if (date.empty()) {
+        const std::time_t now = std::time(nullptr);
+        std::tm local{};
+        ::localtime_r(&now, &local);
+        char text[11];
+        std::strftime(text, sizeof text, "%Y-%m-%d", &local);
+        date = text;
+    } else {
+        int y = 0;
+        unsigned m = 0, d = 0;
+        char tail = 0;
+        const bool shaped = date.size() == 10 && date[4] == '-' && date[7] == '-' &&
+                            std::sscanf(date.c_str(), "%4d-%2u-%2u%c", &y, &m, &d, &tail) == 3;
+        if (!shaped ||
+            !std::chrono::year_month_day(std::chrono::year(y), std::chrono::month(m), std::chrono::day(d))
+                 .ok()) {
+            throw UsageError("--mark-date takes a date as YYYY-MM-DD, not " + date);
+        }
+    }
+    return CopyMark{ImagePipeline::copyWord(language), a.purpose, date};
 }
 
 // A file's name says what it holds: a PDF's copy is a PDF, a photo's copy a PNG.
@@ -182,17 +248,20 @@ int runAnalyze(const Arguments& a) {
 
 // What the analysis found, as `analyze --json` prints it; a PDF's report lists its pages' analyses.
 nlohmann::json redactPDF(const fs::path& input, const fs::path& output, RedactionPolicy policy,
-                         bool pageProgress) {
+                         const std::optional<CopyMark>& mark, bool pageProgress) {
     const PDFDocument document = PDFPipeline::load(input);
     std::optional<Progress> pages;
     if (pageProgress) {
         pages.emplace(static_cast<std::size_t>(document.pageCount));
     }
-    const ProcessedPDF cleaned = PDFPipeline::process(document, policy, [&](int done, int) {
-        if (pages) {
-            pages->finished("page " + std::to_string(done));
-        }
-    });
+    const ProcessedPDF cleaned = PDFPipeline::process(
+        document, policy,
+        [&](int done, int) {
+            if (pages) {
+                pages->finished("page " + std::to_string(done));
+            }
+        },
+        {}, mark);
     if (pages) {
         pages->done();
     }
@@ -210,14 +279,16 @@ nlohmann::json redactPDF(const fs::path& input, const fs::path& output, Redactio
 // Redacts one file and, when a report is asked for, writes the analysis of the same run beside it, so
 // that a large job recognises each file once.
 void redactOne(const fs::path& input, const fs::path& output, const RedactionPolicy& policy,
-               const std::optional<fs::path>& report, bool pageProgress = false) {
+               const std::optional<CopyMark>& mark, const std::optional<fs::path>& report,
+               bool pageProgress = false) {
     nlohmann::json found;
     if (PDFPipeline::isPDFName(input)) {
-        found = redactPDF(input, output, policy, pageProgress);
+        found = redactPDF(input, output, policy, mark, pageProgress);
     } else {
         const LoadedDocument document = ImagePipeline::load(input);
         const Analysis analysis = ImagePipeline::analyze(document);
-        ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy), output);
+        ImagePipeline::exportPNG(ImagePipeline::render(document.image, analysis.regions, policy, mark),
+                                 output);
         found = analysisToJson(analysis);
     }
     if (report) {
@@ -230,6 +301,7 @@ int runRedact(const Arguments& a) {
     if (!a.output) {
         throw UsageError("redact needs -o OUT.png, or -o DIR with many files");
     }
+    const std::optional<CopyMark> mark = copyMark(a);
     std::error_code error;
     const bool toFolder = a.positional.size() > 1 || fs::is_directory(*a.output, error);
     if (!toFolder) {
@@ -240,7 +312,7 @@ int runRedact(const Arguments& a) {
         if (a.report && (sameFile(a.positional[0], *a.report) || sameFile(*a.output, *a.report))) {
             throw UsageError("the report would overwrite the input or the output: " + a.report->string());
         }
-        redactOne(a.positional[0], *a.output, a.policy, a.report, true);
+        redactOne(a.positional[0], *a.output, a.policy, mark, a.report, true);
         return exitOK;
     }
     if (!fs::is_directory(*a.output, error)) {
@@ -279,7 +351,7 @@ int runRedact(const Arguments& a) {
                 if (a.report) {
                     report = *a.report / (output.stem().string() + ".json");
                 }
-                redactOne(input, output, a.policy, report);
+                redactOne(input, output, a.policy, mark, report);
                 progress.finished(input.string());
             } catch (const std::exception& e) {
                 ++failures;

@@ -265,6 +265,38 @@ TEST_F(RedactCommand, TwoInputsOfOneNameFromTwoFoldersAreRefusedBeforeAnyWork) {
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
+TEST_F(RedactCommand, TheCopyMarkGoesOnPhotoAndEveryPageAndAddsNothingElse) {
+    writeBytes(dir / "a.jpg", encodeJpeg(patterned(320, 200)));
+    writeBytes(dir / "in.pdf", makePdf({TestPage{}, TestPage{}}));
+    const std::string mark =
+        " --mark-copy --purpose " + quoted("for the bank, account 7") + " --mark-date 2026-11-23";
+    const std::string photo = "redact " + quoted((dir / "a.jpg").string()) + " -o ";
+    ASSERT_EQ(cli(photo + quoted((dir / "plain.png").string())).exitCode, 0);
+    const CliRun marked = cli(photo + quoted((dir / "marked.png").string()) + mark);
+    ASSERT_EQ(marked.exitCode, 0) << marked.output;
+    const auto bytes = readBytes(dir / "marked.png");
+    EXPECT_EQ(pngChunks(bytes), (std::vector<std::string>{"IHDR", "IDAT", "IEND"}));
+    EXPECT_NE(bytes, readBytes(dir / "plain.png"));
+
+    const CliRun pdf = cli("redact " + quoted((dir / "in.pdf").string()) + " -o " +
+                           quoted((dir / "out.pdf").string()) + mark);
+    ASSERT_EQ(pdf.exitCode, 0) << pdf.output;
+    const PdfFacts facts = inspectPdf(readBytes(dir / "out.pdf"));
+    EXPECT_EQ(facts.pageSizes.size(), 2u);
+    EXPECT_EQ(facts.infoKeys, std::vector<std::string>{"/Creator"});
+    EXPECT_FALSE(facts.hasFonts);
+    EXPECT_EQ(facts.text.find_first_not_of(" \n\f"), std::string::npos) << facts.text; // drawn, never text
+
+    for (const std::string& wrong : std::vector<std::string>{
+             " --mark-copy --purpose " + quoted(std::string(201, 'x')), " --mark-copy --mark-date 2026-02-30",
+             " --mark-copy --mark-date 23.11.2026", " --purpose " + quoted("for the bank"),
+             " --mark-copy --purpose " + quoted("a\tb")}) {
+        const CliRun run = cli(photo + quoted((dir / "wrong.png").string()) + wrong);
+        EXPECT_EQ(run.exitCode, 2) << wrong << ": " << run.output;
+        EXPECT_FALSE(std::filesystem::exists(dir / "wrong.png")) << wrong;
+    }
+}
+
 TEST_F(RedactCommand, APdfBecomesAnImageOnlyPdf) {
     writeBytes(dir / "in.PDF",
                makePdf({TestPage{0, 0, 595, 842, {"SECRETWORD", "Document No X4RTBPFW4"}}, TestPage{}}));
@@ -294,9 +326,9 @@ TEST_F(RedactCommand, ABrokenPdfWritesNothing) {
 TEST(CommandLine, HelpDocumentsEveryOptionAndExitCode) {
     const CliRun help = cli("--help");
     EXPECT_EQ(help.exitCode, 0);
-    for (const char* word :
-         {"mask", "redact", "analyze", "--lines", "--json", "-j N", "--regions", "--hide-face",
-          "--hide-issue-date", "--hide-expiry-date", "--hide-person-name", "Exit codes", "--version"}) {
+    for (const char* word : {"mask", "redact", "analyze", "--lines", "--json", "-j N", "--regions",
+                             "--hide-face", "--hide-issue-date", "--hide-expiry-date", "--hide-person-name",
+                             "--mark-copy", "--purpose", "--mark-date", "Exit codes", "--version"}) {
         EXPECT_NE(help.output.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(cli("frobnicate").exitCode, 2);
