@@ -6,8 +6,10 @@
 #include "PlatformError.h"
 #include "PngCodec.h"
 
+#include <QDate>
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -39,21 +41,24 @@ std::shared_ptr<const Bitmap> shared(Bitmap image) {
 
 } // namespace
 
-AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy policy) {
+AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy policy,
+                                      const std::optional<CopyMark>& mark) {
     Result result;
     // Pages are kept as PNG and the one shown is decoded, so that a long PDF does not fill the memory.
     auto packed = [](const Bitmap& image) {
         return std::make_shared<const std::vector<std::uint8_t>>(platform::PngCodec::encode(image));
     };
-    ProcessedPDF processed =
-        PDFPipeline::process(PDFPipeline::load(path), policy, {}, [&](PDFPageResult&& page) {
+    ProcessedPDF processed = PDFPipeline::process(
+        PDFPipeline::load(path), policy, {},
+        [&](PDFPageResult&& page) {
             result.pdfPages.push_back(
                 Page{packed(page.original), packed(page.cleaned), std::move(page.analysis)});
             if (!result.original) {
                 result.original = shared(std::move(page.original));
                 result.output = shared(std::move(page.cleaned));
             }
-        });
+        },
+        mark);
     if (result.pdfPages.empty()) {
         throw DocumentError(DocumentError::invalidImage);
     }
@@ -83,6 +88,44 @@ void AppModel::show(Result& result) {
 AppModel::AppModel(AppDialogs& dialogs, QObject* parent)
     : QObject(parent), dialogs_(dialogs), language_(AppLanguages::detected()), generation_(Uuid::random()) {
     showingConsent_ = needsConsent();
+    markCopy_ = QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+                    .value(QString::fromUtf8(markCopyKey), false)
+                    .toBool();
+}
+
+std::optional<CopyMark> AppModel::copyMark() const {
+    if (!markCopy_) {
+        return std::nullopt;
+    }
+    return CopyMark{ImagePipeline::copyWord(AppLanguages::rawValue(language_).toStdString()),
+                    purpose_.trimmed().toStdString(),
+                    QDate::currentDate().toString(Qt::ISODate).toStdString()};
+}
+
+void AppModel::setMarkCopy(bool on) {
+    if (on == markCopy_) {
+        return;
+    }
+    markCopy_ = on;
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+        .setValue(QString::fromUtf8(markCopyKey), on);
+    emit changed();
+    updateMasks();
+}
+
+void AppModel::setPurpose(const QString& purpose) {
+    // One line, as long as a mark carries.
+    QString line = purpose;
+    line.replace(QRegularExpression(QStringLiteral("[\\x00-\\x1f\\x7f]")), QStringLiteral(" "));
+    line.truncate(static_cast<int>(ImagePipeline::longestPurpose));
+    if (line == purpose_) {
+        return;
+    }
+    purpose_ = line;
+    emit changed();
+    if (markCopy_) {
+        updateMasks();
+    }
 }
 
 AppModel::~AppModel() = default;
@@ -121,8 +164,12 @@ int AppModel::heuristicZoneCount() const {
 }
 
 void AppModel::setLanguage(AppLanguage language) {
+    const bool newWord = markCopy_ && language != language_;
     language_ = language;
     emit changed();
+    if (newWord) {
+        updateMasks(); // the mark says "copy" in the new language
+    }
 }
 
 void AppModel::setPolicy(const RedactionPolicy& policy) {
@@ -247,13 +294,13 @@ void AppModel::load(const QString& file) {
     emit changed();
     const std::string path = file.toStdString();
     start(
-        [path, pdf]() -> Result {
+        [path, pdf, mark = copyMark()]() -> Result {
             if (pdf) {
-                return processPdf(path, RedactionPolicy{});
+                return processPdf(path, RedactionPolicy{}, mark);
             }
             LoadedDocument document = ImagePipeline::load(path);
             Analysis analysis = ImagePipeline::analyze(document);
-            Bitmap cleaned = ImagePipeline::render(document.image, analysis.regions, RedactionPolicy{});
+            Bitmap cleaned = ImagePipeline::render(document.image, analysis.regions, RedactionPolicy{}, mark);
             Result result;
             result.original = shared(std::move(document.image));
             result.analysis = std::move(analysis);
@@ -280,7 +327,8 @@ void AppModel::updateMasks() {
     emit changed();
     if (isPDF_ && sourceFile_) {
         const std::string path = sourceFile_->toStdString();
-        start([path, policy = policy_]() -> Result { return processPdf(path, policy); },
+        start([path, policy = policy_,
+               mark = copyMark()]() -> Result { return processPdf(path, policy, mark); },
               [this](Result& result) {
                   busy_ = false;
                   if (result.failure) {
@@ -294,9 +342,9 @@ void AppModel::updateMasks() {
     std::vector<RedactionRegion> regions = analysis_ ? analysis_->regions : std::vector<RedactionRegion>{};
     regions.insert(regions.end(), manualRegions_.begin(), manualRegions_.end());
     start(
-        [image = original_, regions = std::move(regions), policy = policy_]() -> Result {
+        [image = original_, regions = std::move(regions), policy = policy_, mark = copyMark()]() -> Result {
             Result result;
-            result.output = shared(ImagePipeline::render(*image, regions, policy));
+            result.output = shared(ImagePipeline::render(*image, regions, policy, mark));
             return result;
         },
         [this](Result& result) {

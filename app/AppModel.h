@@ -56,6 +56,11 @@ public:
     bool manualMode() const { return manualMode_; }
     double zoom() const { return zoom_; }
     bool showingConsent() const { return showingConsent_; }
+    // The copy mark: whether it is written (remembered between sessions), and the purpose typed for
+    // this session only (the program keeps nothing typed).
+    bool markCopy() const { return markCopy_; }
+    const QString& purpose() const { return purpose_; }
+    static constexpr const char* markCopyKey = "mark.copy";
     // Worker jobs still running, superseded ones included; zero means no result can still arrive.
     int runningJobs() const { return runningJobs_; }
 
@@ -74,6 +79,9 @@ public:
     void showPage(int index);
     void setShowOriginal(bool show);
     void setManualMode(bool on);
+    // Each re-renders when it changes the mark.
+    void setMarkCopy(bool on);
+    void setPurpose(const QString& purpose);
     void clearError();
 
     // Operations.
@@ -120,7 +128,10 @@ private:
 
     using Apply = std::function<void(Result&)>;
     // Renders, analyses and masks every page; the first page is what the window shows.
-    static Result processPdf(const std::string& path, RedactionPolicy policy);
+    static Result processPdf(const std::string& path, RedactionPolicy policy,
+                             const std::optional<CopyMark>& mark);
+    // The mark as it is drawn now: the word in the interface language and today's date.
+    std::optional<CopyMark> copyMark() const;
     // A finished document becomes the one shown.
     void show(Result& result);
     // Runs `work` on a worker thread; `apply` runs on the main thread if the generation still matches.
@@ -148,6 +159,8 @@ private:
     bool manualMode_ = false;
     double zoom_ = 1.0;
     bool showingConsent_ = false;
+    bool markCopy_ = false;
+    QString purpose_;
     int runningJobs_ = 0;
     std::optional<QString> pendingFile_;
 

@@ -238,6 +238,22 @@ QString L10n::cancelAnswer() const {
     return lookup(cancelTexts, language);
 }
 
+QString L10n::markTitle() const {
+    return lookup(markTitleTexts, language);
+}
+
+QString L10n::markSwitch() const {
+    return lookup(markSwitchTexts, language);
+}
+
+QString L10n::purposePlaceholder() const {
+    return lookup(purposeTexts, language);
+}
+
+QString L10n::markHint() const {
+    return lookup(markHintTexts, language);
+}
+
 QString L10n::languageLabel() const {
     return lookup(languageLabels, language);
 }

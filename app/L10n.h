@@ -99,6 +99,11 @@ struct L10n {
     QString replaceQuestion(const QString& name) const;
     QString replaceAnswer() const;
     QString cancelAnswer() const;
+    // The copy mark's section: its title, the switch, the purpose field's placeholder and the hint.
+    QString markTitle() const;
+    QString markSwitch() const;
+    QString purposePlaceholder() const;
+    QString markHint() const;
     QString languageLabel() const;
     QString viewLabel() const;
     QString pdfPages(int count) const;

@@ -1,6 +1,7 @@
 #include "Sidebar.h"
 
 #include "AppModel.h"
+#include "ImagePipeline.h"
 #include "RiskCard.h"
 #include "Theme.h"
 
@@ -9,8 +10,30 @@
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+namespace {
+
+// A check box drawn as a switch: a rounded track with its knob, accent-coloured when on, and a ring
+// around it while it has the keyboard's focus.
+QCheckBox* switchBox() {
+    auto* box = new QCheckBox;
+    box->setFocusPolicy(Qt::StrongFocus);
+    box->setStyleSheet(
+        QStringLiteral("QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; "
+                       "border-radius: 10px;"
+                       " image: url(:/icons/switch-off.svg); }"
+                       "QCheckBox::indicator:checked { image: url(:/icons/switch-on.svg); }"
+                       "QCheckBox::indicator:disabled { image: url(:/icons/switch-off-disabled.svg); }"
+                       "QCheckBox::indicator:checked:disabled { image: url(:/icons/switch-on-disabled.svg); }"
+                       "QCheckBox:focus::indicator { border-color: #FFFFFF; }"));
+    return box;
+}
+
+} // namespace
 
 Sidebar::Sidebar(AppModel& model) {
     auto* content = new QWidget;
@@ -86,18 +109,7 @@ Sidebar::Sidebar(AppModel& model) {
         auto* line = new QHBoxLayout;
         optionLabels_[i] = Theme::label();
         line->addWidget(optionLabels_[i], 1);
-        optionSwitches_[i] = new QCheckBox;
-        // Drawn as a switch: a rounded track with its knob, accent-coloured when on, and a ring around
-        // it while it has the keyboard's focus.
-        optionSwitches_[i]->setFocusPolicy(Qt::StrongFocus);
-        optionSwitches_[i]->setStyleSheet(QStringLiteral(
-            "QCheckBox::indicator { width: 30px; height: 16px; border: 2px solid transparent; border-radius: "
-            "10px;"
-            " image: url(:/icons/switch-off.svg); }"
-            "QCheckBox::indicator:checked { image: url(:/icons/switch-on.svg); }"
-            "QCheckBox::indicator:disabled { image: url(:/icons/switch-off-disabled.svg); }"
-            "QCheckBox::indicator:checked:disabled { image: url(:/icons/switch-on-disabled.svg); }"
-            "QCheckBox:focus::indicator { border-color: #FFFFFF; }"));
+        optionSwitches_[i] = switchBox();
         line->addWidget(optionSwitches_[i]);
         layout->addLayout(line);
         connect(optionSwitches_[i], &QCheckBox::toggled, this, [&model, i](bool on) {
@@ -108,6 +120,28 @@ Sidebar::Sidebar(AppModel& model) {
     }
     additionalHint_ = Theme::secondaryCaption();
     layout->addWidget(additionalHint_);
+
+    markTitle_ = Theme::sectionTitle();
+    layout->addWidget(markTitle_);
+    auto* markLine = new QHBoxLayout;
+    markLabel_ = Theme::label();
+    markLine->addWidget(markLabel_, 1);
+    markSwitch_ = switchBox();
+    markLine->addWidget(markSwitch_);
+    layout->addLayout(markLine);
+    connect(markSwitch_, &QCheckBox::toggled, this, [&model](bool on) { model.setMarkCopy(on); });
+    purpose_ = new QLineEdit;
+    purpose_->setMaxLength(static_cast<int>(ImagePipeline::longestPurpose));
+    purpose_->setClearButtonEnabled(true);
+    layout->addWidget(purpose_);
+    // The preview follows the typing once it pauses, not every key.
+    auto* typing = new QTimer(this);
+    typing->setSingleShot(true);
+    typing->setInterval(350);
+    connect(purpose_, &QLineEdit::textEdited, typing, qOverload<>(&QTimer::start));
+    connect(typing, &QTimer::timeout, this, [this, &model] { model.setPurpose(purpose_->text()); });
+    markHint_ = Theme::secondaryCaption();
+    layout->addWidget(markHint_);
 
     riskTitle_ = Theme::sectionTitle();
     layout->addWidget(riskTitle_);
@@ -168,6 +202,21 @@ void Sidebar::refresh(const AppModel& model) {
         optionSwitches_[i]->setAccessibleName(options[i]);
     }
     additionalHint_->setText(t.additionalHint);
+    markTitle_->setText(t.markTitle());
+    markLabel_->setText(t.markSwitch());
+    {
+        const QSignalBlocker quiet(markSwitch_);
+        markSwitch_->setChecked(model.markCopy());
+    }
+    markSwitch_->setEnabled(!model.busy());
+    markSwitch_->setAccessibleName(t.markSwitch());
+    purpose_->setPlaceholderText(t.purposePlaceholder());
+    purpose_->setAccessibleName(t.purposePlaceholder());
+    purpose_->setEnabled(model.markCopy());
+    if (purpose_->text().trimmed() != model.purpose().trimmed() && !purpose_->hasFocus()) {
+        purpose_->setText(model.purpose());
+    }
+    markHint_->setText(t.markHint());
     riskTitle_->setText(t.riskCheck);
     riskCard_->refresh(model);
     const bool hasWarnings = analysis && !analysis->warnings.empty();

@@ -93,6 +93,8 @@ TEST(Texts, ComputedTexts) {
         EXPECT_FALSE(t.cannotReplaceOriginal().isEmpty());
         EXPECT_TRUE(t.replaceQuestion(QStringLiteral("x.png")).contains(QStringLiteral("x.png")));
         EXPECT_FALSE(t.replaceAnswer().isEmpty() || t.cancelAnswer().isEmpty());
+        EXPECT_FALSE(t.markTitle().isEmpty() || t.markSwitch().isEmpty() ||
+                     t.purposePlaceholder().isEmpty() || t.markHint().isEmpty());
     }
 }
 
@@ -279,6 +281,40 @@ TEST_F(Model, ExportNeedsTheReviewAndNeverReplacesTheOpenedFile) {
     model->exportCopy();
     ASSERT_TRUE(settle());
     EXPECT_EQ(readBytes(dir / "out.png"), saved);
+}
+
+TEST_F(Model, TheCopyMarkShowsAtOnceAndOnlyTheSwitchIsRemembered) {
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+        .remove(QString::fromUtf8(AppModel::markCopyKey));
+    model->load(file("a.jpg", patterned(640, 400)));
+    ASSERT_TRUE(settle());
+    const auto plain = model->output();
+    model->setMarkCopy(true);
+    ASSERT_TRUE(settle());
+    const auto marked = model->output();
+    ASSERT_TRUE(plain && marked);
+    EXPECT_NE(plain->pixels, marked->pixels);
+    model->setPurpose(QStringLiteral("for the landlord\nFlat 3"));
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(model->purpose(), QStringLiteral("for the landlord Flat 3")); // one line
+    EXPECT_NE(model->output()->pixels, marked->pixels);
+    model->setLanguage(AppLanguage::de); // the mark now says KOPIE
+    ASSERT_TRUE(settle());
+    EXPECT_NE(model->output()->pixels, marked->pixels);
+
+    QSettings settings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"));
+    EXPECT_TRUE(settings.value(QString::fromUtf8(AppModel::markCopyKey)).toBool());
+    for (const QString& key : settings.allKeys()) {
+        EXPECT_FALSE(settings.value(key).toString().contains(QStringLiteral("landlord")))
+            << key.toStdString();
+    }
+    AppModel next(dialogs);
+    EXPECT_TRUE(next.markCopy());
+    EXPECT_TRUE(next.purpose().isEmpty());
+    model->setMarkCopy(false);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(model->output()->pixels, plain->pixels);
+    settings.remove(QString::fromUtf8(AppModel::markCopyKey));
 }
 
 TEST_F(Model, ErrorsReachTheAlertWithTheirOwnText) {
