@@ -44,6 +44,17 @@ void BM_Render12MP40Regions(benchmark::State& state) {
 }
 BENCHMARK(BM_Render12MP40Regions)->Unit(benchmark::kMillisecond);
 
+// The same with the copy mark written across the photo first.
+void BM_Render12MP40RegionsMarked(benchmark::State& state) {
+    const Bitmap image = photoLike(4000, 3000);
+    const auto regions = fortyRegions();
+    const CopyMark mark{"KOPIE", "für den Mietvertrag, Wohnung 3", "2026-11-23"};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ImagePipeline::render(image, regions, RedactionPolicy{}, mark));
+    }
+}
+BENCHMARK(BM_Render12MP40RegionsMarked)->Unit(benchmark::kMillisecond);
+
 void BM_ExportPNG12MP(benchmark::State& state) {
     const Bitmap image = ImagePipeline::render(photoLike(4000, 3000), fortyRegions(), RedactionPolicy{});
     const auto target = std::filesystem::temp_directory_path() / "quorvel-bench-export.png";
