@@ -66,16 +66,48 @@ RedactionPolicy pdfPolicy() noexcept {
     return RedactionPolicy{false, false, false, true};
 }
 
+namespace {
+
+// The new PDF, page by page. A writer that fails gives an empty file, which the callers treat as a
+// failed export; the pages still go on to be shown.
+class PageWriter {
+public:
+    PageWriter() {
+        try {
+            writer_.emplace();
+        } catch (const platform::CodecError&) {
+        }
+    }
+    void add(const Bitmap& page) {
+        if (writer_) {
+            try {
+                writer_->addPage(page);
+            } catch (const platform::CodecError&) {
+                writer_.reset();
+            }
+        }
+    }
+    std::vector<std::uint8_t> finish() {
+        if (writer_) {
+            try {
+                return writer_->finish("Quorvel");
+            } catch (const platform::CodecError&) {
+            }
+        }
+        return {};
+    }
+
+private:
+    std::optional<platform::Pdf::ImagePDFWriter> writer_;
+};
+
+} // namespace
+
 ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress,
                      const PageDone& pageDone, const std::optional<CopyMark>& mark) {
     policy.hidePersonName = true; // names are always hidden in PDFs
     ProcessedPDF result;
-    std::optional<platform::Pdf::ImagePDFWriter> writer;
-    try {
-        writer.emplace();
-    } catch (const platform::CodecError&) {
-        // no writer: an empty file, as the application expects
-    }
+    PageWriter writer;
     for (int index = 0; index < document.pageCount; ++index) {
         std::optional<Bitmap> page = render(document, index);
         if (!page) {
@@ -87,13 +119,7 @@ ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const 
                               upright.quarterTurns};
         Analysis analysis = ImagePipeline::analyze(loaded);
         Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy, mark);
-        if (writer) {
-            try {
-                writer->addPage(cleaned);
-            } catch (const platform::CodecError&) {
-                writer.reset();
-            }
-        }
+        writer.add(cleaned);
         result.pages.push_back(analysis);
         if (pageDone) {
             pageDone(PDFPageResult{index, std::move(loaded.image), std::move(cleaned), std::move(analysis)});
@@ -102,14 +128,25 @@ ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const 
             progress(index + 1, document.pageCount);
         }
     }
-    if (writer) {
-        try {
-            result.data = writer->finish("Quorvel");
-        } catch (const platform::CodecError&) {
-            result.data.clear();
+    result.data = writer.finish();
+    return result;
+}
+
+std::vector<std::uint8_t> remask(const std::vector<Analysis>& analyses,
+                                 const std::function<Bitmap(int)>& original, RedactionPolicy policy,
+                                 const std::optional<CopyMark>& mark,
+                                 const std::function<void(int, Bitmap&&)>& pageDone) {
+    policy.hidePersonName = true; // names are always hidden in PDFs
+    PageWriter writer;
+    for (std::size_t index = 0; index < analyses.size(); ++index) {
+        const int page = static_cast<int>(index);
+        Bitmap cleaned = ImagePipeline::render(original(page), analyses[index].regions, policy, mark);
+        writer.add(cleaned);
+        if (pageDone) {
+            pageDone(page, std::move(cleaned));
         }
     }
-    return result;
+    return writer.finish();
 }
 
 } // namespace PDFPipeline

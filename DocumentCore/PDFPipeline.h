@@ -45,4 +45,12 @@ using PageDone = std::function<void(PDFPageResult&& page)>;
 ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const PageProgress& progress = {},
                      const PageDone& pageDone = {}, const std::optional<CopyMark>& mark = std::nullopt);
 
+// The pages of a processed PDF masked again under another policy or mark, without analysing them
+// again: `original(i)` gives page i as it was analysed (upright), `analyses[i]` its analysis. Each new
+// page goes to `pageDone(i, page)`; the result is the new PDF, as `process` would have written it.
+std::vector<std::uint8_t> remask(const std::vector<Analysis>& analyses,
+                                 const std::function<Bitmap(int)>& original, RedactionPolicy policy,
+                                 const std::optional<CopyMark>& mark,
+                                 const std::function<void(int, Bitmap&&)>& pageDone);
+
 } // namespace PDFPipeline

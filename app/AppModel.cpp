@@ -68,6 +68,36 @@ AppModel::Result AppModel::processPdf(const std::string& path, RedactionPolicy p
     return result;
 }
 
+AppModel::Result AppModel::remaskPdf(const std::vector<Page>& pages, const RedactionPolicy& policy,
+                                     const std::optional<CopyMark>& mark) {
+    Result result;
+    std::vector<Analysis> analyses;
+    for (const Page& page : pages) {
+        analyses.push_back(page.analysis);
+    }
+    result.pdfPages = pages;
+    result.pdf = PDFPipeline::remask(
+        analyses,
+        [&](int index) {
+            return platform::PngCodec::decode(*pages[static_cast<std::size_t>(index)].original);
+        },
+        policy, mark,
+        [&](int index, Bitmap&& cleaned) {
+            result.pdfPages[static_cast<std::size_t>(index)].output =
+                std::make_shared<const std::vector<std::uint8_t>>(platform::PngCodec::encode(cleaned));
+            if (index == 0) {
+                result.output = shared(std::move(cleaned));
+            }
+        });
+    if (result.pdfPages.empty()) {
+        throw DocumentError(DocumentError::invalidImage);
+    }
+    result.original = shared(platform::PngCodec::decode(*result.pdfPages.front().original));
+    result.analysis = result.pdfPages.front().analysis;
+    result.pages = static_cast<int>(result.pdfPages.size());
+    return result;
+}
+
 void AppModel::show(Result& result) {
     const int shownPage = currentPage_;
     original_ = result.original;
@@ -326,9 +356,9 @@ void AppModel::updateMasks() {
     busy_ = true;
     emit changed();
     if (isPDF_ && sourceFile_) {
-        const std::string path = sourceFile_->toStdString();
-        start([path, policy = policy_,
-               mark = copyMark()]() -> Result { return processPdf(path, policy, mark); },
+        // The pages' analyses stand; only their masks and mark are drawn again.
+        start([pages = pdfPages_, policy = policy_,
+               mark = copyMark()]() -> Result { return remaskPdf(pages, policy, mark); },
               [this](Result& result) {
                   busy_ = false;
                   if (result.failure) {

@@ -130,6 +130,9 @@ private:
     // Renders, analyses and masks every page; the first page is what the window shows.
     static Result processPdf(const std::string& path, RedactionPolicy policy,
                              const std::optional<CopyMark>& mark);
+    // The pages of the PDF shown, masked again under another policy or mark from their kept analyses.
+    static Result remaskPdf(const std::vector<Page>& pages, const RedactionPolicy& policy,
+                            const std::optional<CopyMark>& mark);
     // The mark as it is drawn now: the word in the interface language and today's date.
     std::optional<CopyMark> copyMark() const;
     // A finished document becomes the one shown.

@@ -333,7 +333,9 @@ TEST_F(Model, ErrorsReachTheAlertWithTheirOwnText) {
         << model->error()->toStdString();
 }
 
-TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
+TEST_F(Model, APdfIsMaskedAgainFromItsAnalysesOnEverySwitch) {
+    QSettings(QStringLiteral("Quorvel"), QStringLiteral("Quorvel"))
+        .remove(QString::fromUtf8(AppModel::markCopyKey));
     writeBytes(dir / "scan.PDF", makePdf({TestPage{0, 0, 595, 842, {"SURNAME MARTIN"}}, TestPage{}}));
     model->load(QString::fromStdString((dir / "scan.PDF").string()));
     ASSERT_TRUE(settle());
@@ -341,10 +343,19 @@ TEST_F(Model, APdfIsProcessedAgainOnEverySwitchWithNamesHidden) {
     EXPECT_EQ(model->pdfPageCount(), 2);
     ASSERT_TRUE(model->pdfOutput());
     const auto ids = model->analysis()->regions;
+    const auto before = *model->pdfOutput();
     model->setPolicy(RedactionPolicy{true, false, false, false});
     ASSERT_TRUE(settle());
-    EXPECT_NE(model->analysis()->regions, ids); // analysed anew: fresh region ids
+    EXPECT_EQ(model->analysis()->regions, ids); // not analysed again: the same regions
+    model->setMarkCopy(true);
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(model->pdfOutput());
+    EXPECT_NE(*model->pdfOutput(), before); // every page drawn again, with the mark
     EXPECT_EQ(model->pdfPageCount(), 2);
+    EXPECT_FALSE(model->allPagesSeen());
+    model->setMarkCopy(false);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(*model->pdfOutput(), before);
 }
 
 TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {

@@ -91,6 +91,29 @@ TEST_F(PdfPipeline, APageIsDrawnWholeWhateverItsCropBox) {
     EXPECT_EQ(original.at(595, 842)[0], 255);
 }
 
+TEST_F(PdfPipeline, MaskingAgainFromTheAnalysesWritesWhatProcessingWrites) {
+    const std::vector<TestPage> pages{TestPage{0, 0, 595, 842, {"SURNAME MARTIN", "Document No X4RTBPFW4"}},
+                                      TestPage{0, 0, 595, 842, {"Date of birth 12.08.1974"}}};
+    const PdfRun first = process(pages);
+    std::vector<Analysis> analyses;
+    for (const PDFPageResult& page : first.pages) {
+        analyses.push_back(page.analysis);
+    }
+    auto original = [&](int index) { return first.pages[static_cast<std::size_t>(index)].original; };
+    std::vector<Bitmap> cleaned(2);
+    const auto again = PDFPipeline::remask(
+        analyses, original, PDFPipeline::pdfPolicy(), std::nullopt,
+        [&](int index, Bitmap&& page) { cleaned[static_cast<std::size_t>(index)] = std::move(page); });
+    EXPECT_EQ(again, first.data);
+    EXPECT_EQ(cleaned[1].pixels, first.pages[1].cleaned.pixels);
+    // Another mark is drawn from the same analyses; names stay hidden whatever the policy says.
+    const CopyMark mark{"COPY", "", "2026-11-23"};
+    writeBytes(dir / "in.pdf", makePdf(pages));
+    const ProcessedPDF marked =
+        PDFPipeline::process(PDFPipeline::load(dir / "in.pdf"), RedactionPolicy{}, {}, {}, mark);
+    EXPECT_EQ(PDFPipeline::remask(analyses, original, RedactionPolicy{}, mark, {}), marked.data);
+}
+
 TEST_F(PdfPipeline, NothingOfTheSourceSurvives) {
     const PdfRun pdf =
         process({TestPage{0, 0, 595, 842, {"SECRETWORD CLAIRE MARTIN", "Document No X4RTBPFW4"}}});
