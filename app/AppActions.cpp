@@ -90,7 +90,7 @@ void AppActions::addMenus(QMenuBar& menus) {
 void AppActions::refresh() {
     const L10n t = model_.texts();
     open_->setText(t.choosePhoto);
-    save_->setText(t.savePNG);
+    save_->setText(t.saveLabel(model_.isPDF()));
     close_->setText(t.closeHelp);
     undo_->setText(t.undoMask);
     const MenuWords words = menuWords(model_.language());

@@ -421,9 +421,7 @@ void AppModel::exportCopy() {
         return;
     }
     const L10n t = texts();
-    const QString title = isPDF_ ? (language_ == AppLanguage::ru ? QStringLiteral("Сохранить очищенный PDF")
-                                                                 : QStringLiteral("Save cleaned PDF"))
-                                 : t.savePNG;
+    const QString title = t.saveLabel(isPDF_);
     const QString proposed = QStringLiteral("document-redacted-") +
                              QString::fromStdString(Uuid::random().string()).left(8) +
                              (isPDF_ ? QStringLiteral(".pdf") : QStringLiteral(".png"));

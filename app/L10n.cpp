@@ -226,6 +226,10 @@ QString L10n::cannotReplaceOriginal() const {
     return lookup(cannotReplaceTexts, language);
 }
 
+QString L10n::saveLabel(bool pdf) const {
+    return pdf ? lookup(savePDFTexts, language) : savePNG;
+}
+
 QString L10n::replaceQuestion(const QString& name) const {
     return lookup(replaceQuestionTexts, language).arg(name);
 }

@@ -95,6 +95,8 @@ struct L10n {
     static const char* fieldName(int position);
 
     QString cannotReplaceOriginal() const;
+    // The save command's words: savePNG for a photo, this for a PDF.
+    QString saveLabel(bool pdf) const;
     // The question before an existing file is replaced, with `name` filled in, and its two answers.
     QString replaceQuestion(const QString& name) const;
     QString replaceAnswer() const;

@@ -135,5 +135,5 @@ void Workspace::refresh(const AppModel& model) {
     review_->setText(t.reviewCheckbox);
     review_->setChecked(model.reviewed());
     review_->setEnabled(!busy && !model.showOriginal() && model.allPagesSeen());
-    save_->setText(t.savePNG);
+    save_->setText(t.saveLabel(model.isPDF()));
 }

@@ -93,6 +93,7 @@ TEST(Texts, ComputedTexts) {
         EXPECT_FALSE(t.cannotReplaceOriginal().isEmpty());
         EXPECT_TRUE(t.replaceQuestion(QStringLiteral("x.png")).contains(QStringLiteral("x.png")));
         EXPECT_FALSE(t.replaceAnswer().isEmpty() || t.cancelAnswer().isEmpty());
+        EXPECT_TRUE(t.saveLabel(true).contains(QStringLiteral("PDF")));
         EXPECT_FALSE(t.markTitle().isEmpty() || t.markSwitch().isEmpty() ||
                      t.purposePlaceholder().isEmpty() || t.markHint().isEmpty());
     }
@@ -381,6 +382,16 @@ TEST_F(Model, APdfIsSavedOnlyOnceEveryPageHasBeenShown) {
     EXPECT_FALSE(model->allPagesSeen());
     model->setReviewed(true);
     EXPECT_FALSE(model->canExport());
+    for (int page = 0; page < 3; ++page) {
+        model->showPage(page);
+    }
+    model->setReviewed(true);
+    dialogs.saveAnswers = {QString::fromStdString((dir / "clean.pdf").string())};
+    model->exportCopy();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(dialogs.lastSaveTitle, QStringLiteral("Save PDF")); // a PDF is saved as one, in its own words
+    EXPECT_TRUE(dialogs.lastProposedName.endsWith(QStringLiteral(".pdf")));
+    EXPECT_TRUE(std::filesystem::exists(dir / "clean.pdf"));
 }
 
 TEST_F(Model, ConsentIsAskedUntilTheCurrentVersionIsAccepted) {
