@@ -1,6 +1,7 @@
 #include "Recognition.h"
 
 #include "TextDetector.h"
+#include "ZoneReader.h"
 
 #include <ZXing/ReadBarcode.h>
 #include <leptonica/allheaders.h>
@@ -342,7 +343,59 @@ struct FoundLine {
     ZoneCount count;
     double pitch = 0; // median distance between neighbouring characters, in the page's pixels
     bool zone = false;
+    cv::RotatedRect line;  // the detector's line as found
+    std::size_t index = 0; // its place among the detected lines
 };
+
+// A row of a machine-readable zone: the pieces the detector found on it, how far the zone reaches,
+// and how many characters its lines hold.
+struct ZoneRow {
+    std::vector<std::size_t> pieces; // indices of detected lines
+    cv::RotatedRect line;            // the whole row, from the zone's first character to its last
+    int length = 0;                  // 30, 36 or 44; 0 when the pitch was never read
+};
+
+struct ZoneBand {
+    std::vector<Box> boxes;
+    std::vector<ZoneRow> rows;
+};
+
+// Rise along a detected line's long side, per pixel across.
+double slope(const cv::RotatedRect& line) {
+    std::array<cv::Point2f, 4> p;
+    line.points(p.data());
+    cv::Point2f along = cv::norm(p[1] - p[0]) >= cv::norm(p[2] - p[1]) ? p[1] - p[0] : p[2] - p[1];
+    if (along.x < 0) {
+        along = -along;
+    }
+    return along.x > 0 ? along.y / along.x : 0;
+}
+
+double shortSide(const cv::RotatedRect& line) {
+    return std::min(line.size.width, line.size.height);
+}
+
+template <typename T> T median(std::vector<T> values) {
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+// The row through its pieces, tilted as the zone's pieces are, as tall as they are, reaching from
+// `left` to `right`.
+cv::RotatedRect rowLine(const std::vector<const FoundLine*>& pieces, double tilt, int left, int right) {
+    std::vector<double> heights;
+    double centre = 0;
+    const double middle = (left + right) / 2.0;
+    for (const FoundLine* f : pieces) {
+        heights.push_back(shortSide(f->line));
+        centre += f->line.center.y + tilt * (middle - f->line.center.x);
+    }
+    centre /= static_cast<double>(pieces.size());
+    const double width = (right - left) * std::sqrt(1 + tilt * tilt);
+    return cv::RotatedRect(cv::Point2f(static_cast<float>(middle), static_cast<float>(centre)),
+                           cv::Size2f(static_cast<float>(width), static_cast<float>(median(heights))),
+                           static_cast<float>(std::atan(tilt) * 180 / CV_PI));
+}
 
 // The zone's font is monospaced, so the distance from one character to the next is the same
 // everywhere on its lines; the median is safe from a few merged or split glyphs.
@@ -402,11 +455,11 @@ void markZone(std::vector<FoundLine>& found) {
 // short of a faint run of closing fillers, so a zone narrower than its lines' printed length (30
 // characters on three lines, 36 or 44 on two, at the pitch its characters were read at) is widened
 // to the right to that length.
-std::vector<Box> zoneBand(std::vector<FoundLine> found, int cols, int rows) {
+ZoneBand zoneBand(std::vector<FoundLine> found, int cols, int rows) {
     std::erase_if(found, [](const FoundLine& f) { return !f.zone; });
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.box.y < b.box.y; });
-    std::vector<Box> band;
+    ZoneBand band;
     std::size_t start = 0;
     while (start < found.size()) {
         std::size_t end = start + 1;
@@ -414,34 +467,82 @@ std::vector<Box> zoneBand(std::vector<FoundLine> found, int cols, int rows) {
                found[end].box.y - found[end - 1].box.br().y < 2 * found[end - 1].box.height) {
             ++end;
         }
-        int left = cols, right = 0, rowCount = 0;
-        std::vector<double> pitches;
+        int left = cols, right = 0;
+        std::vector<double> pitches, tilts;
+        // Pieces of one row go together.
+        std::vector<std::vector<const FoundLine*>> pieces;
         for (std::size_t i = start; i < end; ++i) {
             left = std::min(left, found[i].box.x);
             right = std::max(right, found[i].box.br().x);
-            // Pieces of one row count once.
-            rowCount += i == start || found[i].box.y >= found[i - 1].box.br().y - found[i - 1].box.height / 2;
+            if (i == start || found[i].box.y >= found[i - 1].box.br().y - found[i - 1].box.height / 2) {
+                pieces.emplace_back();
+            }
+            pieces.back().push_back(&found[i]);
             if (found[i].pitch > 0) {
                 pitches.push_back(found[i].pitch);
             }
+            tilts.push_back(slope(found[i].line));
         }
+        const int rowCount = static_cast<int>(pieces.size());
+        int length = 0;
         if (!pitches.empty()) {
-            std::nth_element(pitches.begin(), pitches.begin() + pitches.size() / 2, pitches.end());
-            const double pitch = pitches[pitches.size() / 2];
+            const double pitch = median(pitches);
             const double characters = (right - left) / pitch;
-            const int length = rowCount >= 3 ? 30 : characters > 38 ? 44 : characters > 31 ? 36 : 30;
+            length = rowCount >= 3 ? 30 : characters > 38 ? 44 : characters > 31 ? 36 : 30;
             if (characters < length) {
                 right = std::min(cols, left + static_cast<int>(std::ceil((length + 0.5) * pitch)));
             }
         }
-        for (std::size_t i = start; i < end; ++i) {
-            const cv::Rect& b = found[i].box;
-            band.push_back(normalised(std::max(0, left), std::max(0, b.y), std::min(cols, right),
-                                      std::min(rows, b.br().y), cols, rows));
+        const double tilt = median(tilts);
+        for (const auto& row : pieces) {
+            ZoneRow zoneRow{{}, rowLine(row, tilt, left, right), length};
+            for (const FoundLine* f : row) {
+                zoneRow.pieces.push_back(f->index);
+                band.boxes.push_back(normalised(std::max(0, left), std::max(0, f->box.y),
+                                                std::min(cols, right), std::min(rows, f->box.br().y), cols,
+                                                rows));
+            }
+            band.rows.push_back(std::move(zoneRow));
         }
         start = end;
     }
     return band;
+}
+
+// A zone row read by the zone's own reader, its cells as glyph boxes in the page's pixels; none when
+// the row cannot be cut into its characters.
+std::optional<Word> readZoneRow(const cv::Mat& page, const ZoneRow& row) {
+    if (row.length == 0) {
+        return std::nullopt;
+    }
+    // Half a line more above and below than the detector's box: the reader finds the line's own rows.
+    cv::RotatedRect line = row.line;
+    line.size.height *= 1.5f;
+    const TextDetector::LevelLine level = TextDetector::level(page, line);
+    if (level.image.empty()) {
+        return std::nullopt;
+    }
+    cv::Mat grey;
+    cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
+    const std::optional<ZoneReader::Reading> reading = ZoneReader::read(grey, row.length);
+    if (!reading) {
+        return std::nullopt;
+    }
+    Word word;
+    for (std::size_t i = 0; i < reading->text.size(); ++i) {
+        word.glyphs.emplace_back(std::string(1, reading->text[i]), reading->cells[i]);
+        word.box = i == 0 ? reading->cells[i] : (word.box | reading->cells[i]);
+        word.confidence += reading->confidence[i];
+    }
+    word.confidence /= static_cast<float>(reading->text.size());
+    std::vector<Word> words{std::move(word)};
+    toPage(words, level.toPage);
+    const cv::Rect bounds(0, 0, page.cols, page.rows);
+    for (auto& glyph : words.front().glyphs) {
+        glyph.second &= bounds;
+    }
+    words.front().box &= bounds;
+    return std::move(words.front());
 }
 
 // A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
@@ -565,7 +666,9 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
             helper.get();
         }
     }
-    TextResult result;
+    // Each detected line's reading, as lines of text; a zone row read by the zone's reader takes the
+    // place of its pieces, at the place of the first.
+    std::vector<std::vector<Line>> lines(detected.size());
     std::vector<FoundLine> found;
     for (std::size_t i = 0; i < detected.size(); ++i) {
         std::vector<Word>& words = readings[i];
@@ -574,17 +677,41 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         }
         const cv::Rect box = detected[i].boundingRect() & cv::Rect(0, 0, page.cols, page.rows);
         if (zoneLike(words)) {
-            found.push_back(FoundLine{box, zoneCount(words), characterPitch(words)});
-            result.lines.push_back(line(words, page.cols, page.rows));
+            found.push_back(FoundLine{box, zoneCount(words), characterPitch(words), false, detected[i], i});
+            lines[i].push_back(line(words, page.cols, page.rows));
             continue;
         }
-        found.push_back(FoundLine{box, zoneCount(words)});
+        found.push_back(FoundLine{box, zoneCount(words), 0, false, detected[i], i});
         for (const auto& piece : columns(words)) {
-            result.lines.push_back(line(piece, page.cols, page.rows));
+            lines[i].push_back(line(piece, page.cols, page.rows));
         }
     }
     markZone(found);
-    result.zones = zoneBand(std::move(found), page.cols, page.rows);
+    ZoneBand band = zoneBand(std::move(found), page.cols, page.rows);
+    std::vector<std::pair<std::size_t, Word>> rows;
+    for (const ZoneRow& row : band.rows) {
+        if (std::optional<Word> read = readZoneRow(page, row)) {
+            for (std::size_t piece : row.pieces) {
+                lines[piece].clear();
+            }
+            // Pieces of the row that did not read as zone text (under glare, say) are the row too.
+            for (std::size_t i = 0; i < detected.size(); ++i) {
+                const cv::Rect box = detected[i].boundingRect();
+                if ((box & read->box).area() > 0.6 * box.area()) {
+                    lines[i].clear();
+                }
+            }
+            rows.emplace_back(*std::min_element(row.pieces.begin(), row.pieces.end()), std::move(*read));
+        }
+    }
+    for (auto& [first, read] : rows) {
+        lines[first].push_back(line({std::move(read)}, page.cols, page.rows));
+    }
+    TextResult result;
+    for (auto& piece : lines) {
+        std::move(piece.begin(), piece.end(), std::back_inserter(result.lines));
+    }
+    result.zones = std::move(band.boxes);
     return result;
 }
 

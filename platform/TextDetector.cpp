@@ -19,27 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Installed beside the program (share/quorvel/models), or in the build tree.
-fs::path modelFile(const std::string& name) {
-    std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    std::vector<fs::path> folders;
-    if (!error) {
-        folders.push_back(program.parent_path() / "../share/quorvel/models");
-        folders.push_back(program.parent_path() / "../models");
-    }
-    folders.push_back(QUORVEL_MODEL_DIR);
-    folders.push_back(QUORVEL_INSTALLED_MODEL_DIR);
-    for (const fs::path& folder : folders) {
-        if (fs::is_regular_file(folder / name, error)) {
-            return folder / name;
-        }
-    }
-    throw Recognition::RecognitionError("text line model " + name +
-                                        " is not installed (looked beside the program and in " +
-                                        std::string(QUORVEL_INSTALLED_MODEL_DIR) + ")");
-}
-
 // A network is not safe to run from two threads at once, so each thread loads its own (about 40 ms).
 // OpenCV 4.6 fixes the sizes inside an ONNX network's resize layers on its first run: one loaded
 // network serves one input size, and another size loads it again.
@@ -336,6 +315,26 @@ Bitmap turned(const Bitmap& image, int quarterTurns) {
                                          : cv::ROTATE_90_COUNTERCLOCKWISE;
     cv::rotate(source, target, code);
     return result;
+}
+
+std::filesystem::path modelFile(const std::string& name) {
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    std::vector<std::filesystem::path> folders;
+    if (!error) {
+        folders.push_back(program.parent_path() / "../share/quorvel/models");
+        folders.push_back(program.parent_path() / "../models");
+    }
+    folders.push_back(QUORVEL_MODEL_DIR);
+    folders.push_back(QUORVEL_INSTALLED_MODEL_DIR);
+    for (const std::filesystem::path& folder : folders) {
+        if (std::filesystem::is_regular_file(folder / name, error)) {
+            return folder / name;
+        }
+    }
+    throw Recognition::RecognitionError("text line model " + name +
+                                        " is not installed (looked beside the program and in " +
+                                        std::string(QUORVEL_INSTALLED_MODEL_DIR) + ")");
 }
 
 LevelLine level(const cv::Mat& page, const cv::RotatedRect& box) {

@@ -9,6 +9,8 @@
 
 #include <opencv2/core.hpp>
 
+#include <filesystem>
+#include <string>
 #include <vector>
 
 namespace platform::TextDetector {
@@ -26,6 +28,10 @@ int uprightTurns(const cv::Mat& page, int side);
 
 // The image turned by quarter turns clockwise.
 Bitmap turned(const Bitmap& image, int quarterTurns);
+
+// A model file installed beside the program (share/quorvel/models) or in the build tree. Throws
+// RecognitionError when it is in neither.
+std::filesystem::path modelFile(const std::string& name);
 
 // A line cut out of the page and laid level: the crop and where its pixels came from.
 struct LevelLine {

@@ -5,9 +5,14 @@
 #include <QFontMetrics>
 #include <QImage>
 #include <QPainter>
+#include <QPainterPath>
+#include <QRadialGradient>
+#include <QTransform>
 #include <ZXing/BitMatrix.h>
 #include <ZXing/MultiFormatWriter.h>
 
+#include <cmath>
+#include <cstring>
 #include <filesystem>
 
 namespace testing_support {
@@ -48,7 +53,94 @@ void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& conten
     p.drawImage(where, code);
 }
 
+void loadZoneFont() {
+    static const bool ocrb =
+        QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
+    (void)ocrb;
+}
+
+Bitmap toBitmap(const QImage& image) {
+    const QImage rgb = image.convertToFormat(QImage::Format_RGB888);
+    Bitmap bitmap(rgb.width(), rgb.height());
+    for (int row = 0; row < rgb.height(); ++row) {
+        std::memcpy(bitmap.row(row), rgb.constScanLine(row), bitmap.rowBytes());
+    }
+    return bitmap;
+}
+
 } // namespace
+
+DrawnDocument zonePage(const std::vector<std::string>& zone, const ZoneLook& look) {
+    loadZoneFont();
+    // Drawn at 2000 x 1400 and scaled to the photo's width afterwards.
+    const int w = 2000, h = 1400;
+    QImage canvas(w, h, QImage::Format_RGB32);
+    canvas.fill(look.faint ? QColor(214, 222, 206) : QColor(240, 238, 230));
+    QPainter p(&canvas);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::TextAntialiasing);
+    // Guilloche: fine curves across the whole page, the zone included.
+    p.setPen(QPen(look.faint ? QColor(170, 190, 160) : QColor(200, 190, 215), 2));
+    for (int c = 0; c < 40; ++c) {
+        QPainterPath path;
+        for (int x = 0; x <= w; x += 8) {
+            const double y = 35.0 * c + 60 * std::sin(x / (90.0 + 7 * c) + c);
+            x == 0 ? path.moveTo(x, y) : path.lineTo(x, y);
+        }
+        p.drawPath(path);
+    }
+    p.setPen(QColor(30, 40, 80));
+    p.setFont(sans(56, true));
+    p.drawText(620, 120, "PASSPORT / PASSEPORT");
+    p.setFont(sans(40));
+    p.drawText(620, 260, "Surname / Nom");
+    p.drawText(620, 420, "Given names / Prénoms");
+
+    QFont zoneFont("OCR B");
+    zoneFont.setPixelSize(zone.size() == 3 ? 56 : 60);
+    p.setFont(zoneFont);
+    p.setPen(look.faint ? QColor(96, 100, 104) : QColor(12, 12, 16));
+    const int step = zone.size() == 3 ? 80 : 90;
+    int baseline = h - 60 - step * static_cast<int>(zone.size() - 1);
+    std::vector<QRect> boxes;
+    for (const std::string& line : zone) {
+        boxes.push_back(text(p, 80, baseline, QString::fromStdString(line)));
+        baseline += step;
+    }
+    if (look.glare) {
+        // A lamp's reflection: white fading out from the zone's middle.
+        QRadialGradient shine(QPointF(w / 2.0, boxes.front().center().y()), 420);
+        shine.setColorAt(0, QColor(255, 255, 255, 210));
+        shine.setColorAt(1, QColor(255, 255, 255, 0));
+        p.fillRect(canvas.rect(), shine);
+    }
+    p.end();
+
+    // Tilted about the page's centre; the fields' boxes go round with it (their bounding boxes).
+    QTransform turn;
+    turn.translate(w / 2.0, h / 2.0).rotate(-look.tilt).translate(-w / 2.0, -h / 2.0);
+    QImage shown(w, h, QImage::Format_RGB32);
+    shown.fill(QColor(120, 120, 120));
+    QPainter q(&shown);
+    q.setRenderHint(QPainter::SmoothPixmapTransform);
+    q.setTransform(turn);
+    q.drawImage(0, 0, canvas);
+    q.end();
+    const double scale = static_cast<double>(look.pageWidth) / w;
+    shown = shown.scaledToWidth(look.pageWidth, Qt::SmoothTransformation);
+
+    DrawnDocument document;
+    document.image = toBitmap(shown);
+    for (std::size_t i = 0; i < zone.size(); ++i) {
+        const QRect r = turn.mapRect(boxes[i]);
+        document.fields.push_back(
+            DrawnField{FieldKind::machineReadable,
+                       Rect{r.x() * scale / shown.width(), r.y() * scale / shown.height(),
+                            r.width() * scale / shown.width(), r.height() * scale / shown.height()},
+                       zone[i]});
+    }
+    return document;
+}
 
 std::optional<std::string> testPortrait() {
 #ifdef QUORVEL_TEST_PORTRAIT
@@ -60,9 +152,7 @@ std::optional<std::string> testPortrait() {
 }
 
 DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
-    static const bool ocrb =
-        QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
-    (void)ocrb;
+    loadZoneFont();
     QImage canvas(width, height, QImage::Format_RGB32);
     canvas.fill(QColor(236, 240, 236));
     QPainter p(&canvas);
@@ -122,11 +212,7 @@ DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
     add(FieldKind::machineReadable, text(p, 60, 1220, "X4RTBPFW46FRA8507147F3301018<<<<<<<<<<<<<<04"), "");
     p.end();
 
-    const QImage rgb = canvas.convertToFormat(QImage::Format_RGB888);
-    document.image = Bitmap(width, height);
-    for (int row = 0; row < height; ++row) {
-        std::memcpy(document.image.row(row), rgb.constScanLine(row), document.image.rowBytes());
-    }
+    document.image = toBitmap(canvas);
     return document;
 }
 

@@ -28,6 +28,19 @@ struct DrawnDocument {
 // 44-character lines with valid check digits, a PDF417 and a QR code.
 DrawnDocument bilingualCard(const std::optional<std::string>& portrait = std::nullopt);
 
+// How a zone page was photographed.
+struct ZoneLook {
+    double tilt = 0;      // degrees, counter-clockwise
+    bool glare = false;   // a bright wash across the middle of the zone
+    bool faint = false;   // grey ink on a tinted, patterned paper
+    int pageWidth = 2000; // the photo's width in pixels
+};
+
+// A passport data page of guilloche curves, a few printed lines and the given zone (2 lines of 44 or
+// 3 of 30 characters) near its bottom edge, as `look` says; the zone's lines come back as
+// machine-readable fields with their text.
+DrawnDocument zonePage(const std::vector<std::string>& zone, const ZoneLook& look = {});
+
 // The public-domain portrait the set-up extracts from Debian's scikit-image package; none when it is
 // not there.
 std::optional<std::string> testPortrait();

@@ -24,6 +24,11 @@ for kind, floor in floors.items():
     if masked < floor:
         print(f"FAILED: {kind}: {masked} fields masked, floor {floor}")
         failed += 1
+# Zones read character for character, and all their check digits valid (4 of the 8 have a zone).
+zones = report["zones"]
+if zones["readExactly"] < 4 or zones["checkDigitsValid"] < 4:
+    print(f"FAILED: zones read exactly {zones['readExactly']}, valid {zones['checkDigitsValid']}, floor 4")
+    failed += 1
 if report["failedImages"]:
     print(f"FAILED: {report['failedImages']} images could not be processed")
     failed += 1
@@ -32,6 +37,6 @@ if report["failedImages"]:
 if report["overMasking"] > 0.52:
     print(f"FAILED: over-masking {report['overMasking']:.2f} above 0.52")
     failed += 1
-print(f"{len(floors) + 2 - failed} passed, {failed} failed")
+print(f"{len(floors) + 3 - failed} passed, {failed} failed")
 sys.exit(1 if failed else 0)
 PY

@@ -20,6 +20,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPainter>
+#include <QRadialGradient>
 #include <QTransform>
 #include <ZXing/BitMatrix.h>
 #include <ZXing/MultiFormatWriter.h>
@@ -194,11 +195,12 @@ public:
         return QFontMetricsF(font).tightBoundingRect(s).translated(x, baseline);
     }
 
-    QRectF zoneLine(double x, double baseline, const QString& s, int pixels) {
+    QRectF zoneLine(double x, double baseline, const QString& s, int pixels,
+                    QColor ink = QColor(14, 14, 18)) {
         QFont font(QStringLiteral("OCR B"));
         font.setPixelSize(pixels);
         painter.setFont(font);
-        painter.setPen(QColor(14, 14, 18));
+        painter.setPen(ink);
         painter.drawText(QPointF(x, baseline), s);
         return QFontMetricsF(font).tightBoundingRect(s).translated(x, baseline);
     }
@@ -276,7 +278,7 @@ QString documentNumber(Random& r) {
 enum Kind { passport, idFront, idBack, licence, permit };
 
 QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, const QImage& face,
-            std::vector<Field>& fields) {
+            std::vector<Field>& fields, QStringList& printedZone) {
     const bool page = kind == passport;
     Card card(page ? 1760 : 1600, page ? 1240 : 1010, r);
     const Person p = person(r, language.script);
@@ -383,13 +385,28 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
     }
     const int zonePixels = page ? 50 : 56;
     double baseline = card.image.height() - 40 - (zone.size() - 1) * zonePixels * 1.25;
+    // Zones as real photos show them: one in five printed in faint grey ink, one in five under a lamp's
+    // glare. Drawn from a stream of their own, so that every other choice of the set stays as it was.
+    Random copy = r;
+    Random looks(copy() ^ 0x5EEDu);
+    const bool faint = pick(looks, 5) == 0, glare = pick(looks, 5) == 0;
+    const int grey = faint ? 90 + pick(looks, 50) : 14;
+    const double top = baseline - zonePixels;
     for (const QString& line : zone) {
-        card.fields.push_back(
-            {QStringLiteral("machineReadable"), card.zoneLine(60, baseline, line, zonePixels)});
+        card.fields.push_back({QStringLiteral("machineReadable"),
+                               card.zoneLine(60, baseline, line, zonePixels, QColor(grey, grey, grey + 4))});
         baseline += zonePixels * 1.25;
+    }
+    if (glare && !zone.isEmpty()) {
+        const QPointF centre(uniform(looks, 0.3, 0.7) * card.image.width(), uniform(looks, top, baseline));
+        QRadialGradient shine(centre, uniform(looks, 250, 500));
+        shine.setColorAt(0, QColor(255, 255, 255, 140 + pick(looks, 80)));
+        shine.setColorAt(1, QColor(255, 255, 255, 0));
+        card.painter.fillRect(card.image.rect(), shine);
     }
     card.painter.end();
     fields = card.fields;
+    printedZone = zone;
     return card.image;
 }
 
@@ -540,7 +557,8 @@ int main(int argc, char** argv) {
         const Language& language = languages[pick(r, static_cast<int>(std::size(languages)))];
         const bool bilingual = pick(r, 2) == 0;
         std::vector<Field> fields;
-        const QImage card = draw(kind, language, bilingual, r, face, fields);
+        QStringList zone;
+        const QImage card = draw(kind, language, bilingual, r, face, fields, zone);
         int orientation = 1, quality = 90;
         QString look;
         const QImage shown = photograph(card, r, fields, orientation, quality, look);
@@ -578,10 +596,16 @@ int main(int argc, char** argv) {
                                 {"language", language.code},
                                 {"bilingual", bilingual},
                                 {"look", look}};
+        QJsonObject document{{"fields", truth}, {"about", about}};
+        // The zone as printed and the state that issued it, for the zone and country figures.
+        if (!zone.isEmpty()) {
+            document.insert("zone", QJsonArray::fromStringList(zone));
+            // Germany's zone code is the single letter D; the country is DEU.
+            const QString state = QString::fromLatin1(language.mrzState);
+            document.insert("country", state == QStringLiteral("D<<") ? QStringLiteral("DEU") : state);
+        }
         std::ofstream(out / (std::string(name) + ".json"))
-            << QJsonDocument(QJsonObject{{"fields", truth}, {"about", about}})
-                   .toJson(QJsonDocument::Indented)
-                   .toStdString();
+            << QJsonDocument(document).toJson(QJsonDocument::Indented).toStdString();
     }
     std::fprintf(stderr, "quorvel-generate: %d documents in %s\n", count, out.c_str());
     return 0;
