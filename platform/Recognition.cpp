@@ -426,11 +426,13 @@ void markZone(std::vector<FoundLine>& found) {
         const int gap = std::max(f.box.x, z.box.x) - std::min(f.box.br().x, z.box.br().x);
         return rise > 0.5 * std::min(f.box.height, z.box.height) && gap < 2 * z.box.height;
     };
-    // Lines right above or below a zone line, as long and as tall, read mostly in the zone's alphabet.
+    // Lines right above or below a zone line, as long and as tall, read mostly in the zone's alphabet;
+    // one as wide as the zone line may have lost most of its characters to glare and still be one.
     auto stacked = [](const FoundLine& f, const FoundLine& z) {
         const int overlap = std::min(f.box.br().x, z.box.br().x) - std::max(f.box.x, z.box.x);
         const double rise = std::abs((f.box.y + f.box.height / 2.0) - (z.box.y + z.box.height / 2.0));
-        return f.count.all >= 15 && f.count.alphabet >= 0.8 * f.count.all &&
+        const bool enough = f.count.all >= 15 || (f.count.all >= 8 && f.box.width > 0.8 * z.box.width);
+        return enough && f.count.alphabet >= 0.8 * f.count.all &&
                overlap > 0.6 * std::min(f.box.width, z.box.width) && rise < 2.2 * z.box.height &&
                std::abs(f.box.height - z.box.height) < 0.4 * z.box.height;
     };

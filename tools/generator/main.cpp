@@ -398,7 +398,10 @@ QImage draw(Kind kind, const Language& language, bool bilingual, Random& r, cons
         baseline += zonePixels * 1.25;
     }
     if (glare && !zone.isEmpty()) {
-        const QPointF centre(uniform(looks, 0.3, 0.7) * card.image.width(), uniform(looks, top, baseline));
+        // One draw a statement, so that every compiler draws the same set.
+        const double down = uniform(looks, top, baseline);
+        const double across = uniform(looks, 0.3, 0.7) * card.image.width();
+        const QPointF centre(across, down);
         QRadialGradient shine(centre, uniform(looks, 250, 500));
         shine.setColorAt(0, QColor(255, 255, 255, 140 + pick(looks, 80)));
         shine.setColorAt(1, QColor(255, 255, 255, 0));

@@ -95,8 +95,11 @@ Rendered render(cv::Ptr<cv::freetype::FreeType2>& font, cv::RNG& rng) {
     for (int c = 0; c < curves; ++c) {
         const double amplitude = rng.uniform(0.2, 1.5) * capHeight, period = rng.uniform(0.5, 4.0) * advance;
         const double phase = rng.uniform(0.0, 6.3), y0 = rng.uniform(0.0, static_cast<double>(rows));
-        const cv::Scalar colour(paper + rng.uniform(-70.0, 30.0), paper + rng.uniform(-70.0, 30.0),
-                                paper + rng.uniform(-70.0, 30.0));
+        // One draw a statement: the order in which a call's arguments are evaluated is the compiler's.
+        const double red = paper + rng.uniform(-70.0, 30.0);
+        const double green = paper + rng.uniform(-70.0, 30.0);
+        const double blue = paper + rng.uniform(-70.0, 30.0);
+        const cv::Scalar colour(blue, green, red);
         std::vector<cv::Point> curve;
         for (int x = 0; x < cols; x += 2) {
             curve.emplace_back(x, static_cast<int>(y0 + amplitude * std::sin(phase + x / period)));
@@ -105,8 +108,10 @@ Rendered render(cv::Ptr<cv::freetype::FreeType2>& font, cv::RNG& rng) {
     }
     // The zone line in the middle, zone lines above and below it.
     const int inkLevel = rng.uniform(0, 100);
-    const cv::Scalar ink(inkLevel + rng.uniform(0, 30), inkLevel + rng.uniform(0, 30),
-                         inkLevel + rng.uniform(0, 30));
+    const int inkRed = inkLevel + rng.uniform(0, 30);
+    const int inkGreen = inkLevel + rng.uniform(0, 30);
+    const int inkBlue = inkLevel + rng.uniform(0, 30);
+    const cv::Scalar ink(inkBlue, inkGreen, inkRed);
     Rendered out;
     out.text = randomLine(rng, length);
     const int middle = static_cast<int>(2 * spacing + capHeight) - capTop - capHeight;
