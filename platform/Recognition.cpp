@@ -360,6 +360,11 @@ struct ZoneBand {
     std::vector<ZoneRow> rows;
 };
 
+template <typename T> T median(std::vector<T> values) {
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
 // Rise along a detected line's long side, per pixel across.
 double slope(const cv::RotatedRect& line) {
     std::array<cv::Point2f, 4> p;
@@ -371,15 +376,6 @@ double slope(const cv::RotatedRect& line) {
     return along.x > 0 ? along.y / along.x : 0;
 }
 
-double shortSide(const cv::RotatedRect& line) {
-    return std::min(line.size.width, line.size.height);
-}
-
-template <typename T> T median(std::vector<T> values) {
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    return values[values.size() / 2];
-}
-
 // The row through its pieces, tilted as the zone's pieces are, as tall as they are, reaching from
 // `left` to `right`.
 cv::RotatedRect rowLine(const std::vector<const FoundLine*>& pieces, double tilt, int left, int right) {
@@ -387,7 +383,7 @@ cv::RotatedRect rowLine(const std::vector<const FoundLine*>& pieces, double tilt
     double centre = 0;
     const double middle = (left + right) / 2.0;
     for (const FoundLine* f : pieces) {
-        heights.push_back(shortSide(f->line));
+        heights.push_back(TextDetector::shortSide(f->line));
         centre += f->line.center.y + tilt * (middle - f->line.center.x);
     }
     centre /= static_cast<double>(pieces.size());
@@ -406,11 +402,7 @@ double characterPitch(const std::vector<Word>& words) {
             advances.push_back(w.glyphs[i].second.x - w.glyphs[i - 1].second.x);
         }
     }
-    if (advances.size() < 5) {
-        return 0;
-    }
-    std::nth_element(advances.begin(), advances.begin() + advances.size() / 2, advances.end());
-    return advances[advances.size() / 2];
+    return advances.size() < 5 ? 0 : median(std::move(advances));
 }
 
 // Zone lines are 30 to 44 characters with fillers among them; a piece of one that the detector cut

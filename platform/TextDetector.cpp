@@ -105,9 +105,6 @@ bool across(const cv::RotatedRect& line) {
 double longSide(const cv::RotatedRect& line) {
     return std::max(line.size.width, line.size.height);
 }
-double shortSide(const cv::RotatedRect& line) {
-    return std::min(line.size.width, line.size.height);
-}
 
 // Top to bottom; lines whose middles lie within half a line height of each other form a row, read
 // left to right. Within a row, pieces closer than `joinGap` line heights are one line: the detector
@@ -315,6 +312,10 @@ Bitmap turned(const Bitmap& image, int quarterTurns) {
                                          : cv::ROTATE_90_COUNTERCLOCKWISE;
     cv::rotate(source, target, code);
     return result;
+}
+
+double shortSide(const cv::RotatedRect& line) {
+    return std::min(line.size.width, line.size.height);
 }
 
 std::filesystem::path modelFile(const std::string& name) {

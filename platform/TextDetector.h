@@ -29,6 +29,9 @@ int uprightTurns(const cv::Mat& page, int side);
 // The image turned by quarter turns clockwise.
 Bitmap turned(const Bitmap& image, int quarterTurns);
 
+// A detected line's height: the shorter side of its rectangle.
+double shortSide(const cv::RotatedRect& line);
+
 // A model file installed beside the program (share/quorvel/models) or in the build tree. Throws
 // RecognitionError when it is in neither.
 std::filesystem::path modelFile(const std::string& name);
