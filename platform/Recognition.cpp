@@ -65,6 +65,8 @@ constexpr int faceSide = 1600;
 // this height in pixels, its margins included.
 constexpr int detectionSide = 1280;
 constexpr int lineHeight = 48;
+// A line read with less mean confidence than this is read a second time, sharpened.
+constexpr float weakReading = 0.3f;
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
     return Box{static_cast<double>(left) / width, static_cast<double>(top) / height,
@@ -539,6 +541,26 @@ std::optional<Word> readZoneRow(const cv::Mat& page, const ZoneRow& row) {
     return std::move(words.front());
 }
 
+// Mean confidence of a reading's words; 0 for none.
+float meanConfidence(const std::vector<Word>& words) {
+    float sum = 0;
+    for (const Word& w : words) {
+        sum += w.confidence;
+    }
+    return words.empty() ? 0 : sum / static_cast<float>(words.size());
+}
+
+// The rows of a line image that hold its print: the tallest run of rows with ink.
+std::pair<int, int> inkRows(const cv::Mat& grey) {
+    const auto runs = TextDetector::inkRuns(grey);
+    if (runs.empty()) {
+        return {0, grey.rows};
+    }
+    return *std::max_element(runs.begin(), runs.end(), [](const auto& a, const auto& b) {
+        return a.second - a.first < b.second - b.first;
+    });
+}
+
 // A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
 std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
     const double scale = static_cast<double>(height) / level.image.rows;
@@ -546,14 +568,51 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
     cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
     cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height),
                0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
-    engine.SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
-    engine.SetSourceResolution(300);
-    std::vector<Word> words;
-    if (engine.Recognize(nullptr) != 0) {
+    auto read = [&](const cv::Mat& image) {
+        engine.SetImage(image.data, image.cols, image.rows, 1, static_cast<int>(image.step));
+        engine.SetSourceResolution(300);
+        std::vector<Word> words;
+        if (engine.Recognize(nullptr) != 0) {
+            return words;
+        }
+        for (std::vector<Word>& part : textLines(engine, false, {}, scale)) {
+            std::move(part.begin(), part.end(), std::back_inserter(words));
+        }
+        // The engine now and then gives a character a box from the top of the image to its bottom,
+        // margins and all; lines set close together then seem to overlap. No box reaches past the
+        // line's print.
+        const auto [top, bottom] = inkRows(image);
+        const int slack = image.rows / 24; // anti-aliased edges fall under Otsu's threshold
+        const int first = static_cast<int>(std::floor((top - slack) / scale)),
+                  last = static_cast<int>(std::ceil((bottom + slack) / scale));
+        for (Word& word : words) {
+            for (auto& [text, glyph] : word.glyphs) {
+                const int y0 = std::max(glyph.y, first), y1 = std::min(glyph.y + glyph.height, last);
+                if (y1 > y0) {
+                    glyph.y = y0;
+                    glyph.height = y1 - y0;
+                }
+            }
+            word.box = word.glyphs.front().second;
+            for (const auto& glyph : word.glyphs) {
+                word.box |= glyph.second;
+            }
+        }
         return words;
-    }
-    for (std::vector<Word>& part : textLines(engine, false, {}, scale)) {
-        std::move(part.begin(), part.end(), std::back_inserter(words));
+    };
+    std::vector<Word> words = read(sized);
+    // Blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
+    // the engine's binarisation nothing to read; such a line is read again sharpened and stretched to
+    // full contrast, and the surer reading is kept.
+    if (meanConfidence(words) < weakReading) {
+        cv::Mat blurred, sharp;
+        cv::GaussianBlur(sized, blurred, cv::Size(), 3);
+        cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
+        cv::normalize(sharp, sharp, 0, 255, cv::NORM_MINMAX);
+        std::vector<Word> again = read(sharp);
+        if (meanConfidence(again) > meanConfidence(words)) {
+            words = std::move(again);
+        }
     }
     toPage(words, level.toPage);
     return words;
@@ -630,7 +689,11 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     // Tesseract's own page analysis loses most of a document's lines in its security printing; the
     // detector finds them, and each is read alone, by `readers` engines taking lines in turn. Lines
     // are independent readings, so the result does not depend on how many read them.
-    const std::vector<cv::RotatedRect> detected = TextDetector::lines(page, detectionSide);
+    std::vector<cv::RotatedRect> detected;
+    for (const cv::RotatedRect& found : TextDetector::lines(page, detectionSide)) {
+        const std::vector<cv::RotatedRect> printed = TextDetector::printedLines(page, found);
+        detected.insert(detected.end(), printed.begin(), printed.end());
+    }
     std::vector<std::vector<Word>> readings(detected.size());
     std::atomic<std::size_t> next{0};
     auto read = [&] {

@@ -110,7 +110,7 @@ double longSide(const cv::RotatedRect& line) {
 // left to right. Within a row, pieces closer than `joinGap` line heights are one line: the detector
 // parts a zone line at its runs of fillers and a date at its wide blanks, and a line read whole reads
 // better. Text far apart stays apart (recognition parts columns again by their gaps).
-constexpr double joinGap = 1.2;
+constexpr double joinGap = 1.6;
 
 bool sameLine(const cv::RotatedRect& a, const cv::RotatedRect& b) {
     const double ha = shortSide(a), hb = shortSide(b);
@@ -378,6 +378,66 @@ LevelLine level(const cv::Mat& page, const cv::RotatedRect& box) {
                    cv::Size(static_cast<int>(std::ceil(width)), static_cast<int>(std::ceil(height))),
                    cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     cv::invertAffineTransform(toLine, result.toPage);
+    return result;
+}
+
+std::vector<std::pair<int, int>> inkRuns(const cv::Mat& grey) {
+    cv::Mat ink, counts;
+    cv::threshold(grey, ink, 0, 1, cv::THRESH_BINARY_INV | cv::THRESH_OTSU);
+    cv::reduce(ink, counts, 1, cv::REDUCE_SUM, CV_32S);
+    const int least = std::max(2, grey.cols / 200);
+    std::vector<std::pair<int, int>> runs;
+    for (int y = 0; y < counts.rows;) {
+        if (counts.at<int>(y) < least) {
+            ++y;
+            continue;
+        }
+        const int top = y;
+        while (y < counts.rows && counts.at<int>(y) >= least) {
+            ++y;
+        }
+        runs.emplace_back(top, y);
+    }
+    return runs;
+}
+
+std::vector<cv::RotatedRect> printedLines(const cv::Mat& page, const cv::RotatedRect& line) {
+    const LevelLine cut = level(page, line);
+    if (cut.image.empty()) {
+        return {line};
+    }
+    cv::Mat grey;
+    cv::cvtColor(cut.image, grey, cv::COLOR_RGB2GRAY);
+    // A run touching the crop's edge is a neighbour's print reaching in.
+    std::vector<std::pair<int, int>> runs = inkRuns(grey);
+    std::erase_if(runs, [&](const auto& run) { return run.first == 0 || run.second == grey.rows; });
+    // Lines of print are runs at least two fifths as tall as the tallest; smaller runs (accents, a
+    // rule, specks) go with the line they lie beside.
+    int tallest = 0;
+    for (const auto& [top, bottom] : runs) {
+        tallest = std::max(tallest, bottom - top);
+    }
+    std::vector<std::pair<int, int>> printed;
+    for (const auto& run : runs) {
+        if (5 * (run.second - run.first) >= 2 * tallest) {
+            printed.push_back(run);
+        }
+    }
+    if (printed.size() < 2) {
+        return {line};
+    }
+    std::vector<cv::RotatedRect> result;
+    for (std::size_t i = 0; i < printed.size(); ++i) {
+        const int top = i == 0 ? printed[i].first : (printed[i - 1].second + printed[i].first) / 2;
+        const int bottom =
+            i + 1 == printed.size() ? printed[i].second : (printed[i].second + printed[i + 1].first) / 2;
+        std::vector<cv::Point2f> corners{{0.0f, static_cast<float>(top)},
+                                         {static_cast<float>(grey.cols), static_cast<float>(top)},
+                                         {static_cast<float>(grey.cols), static_cast<float>(bottom)},
+                                         {0.0f, static_cast<float>(bottom)}};
+        cv::transform(corners, corners, cut.toPage);
+        result.push_back(cv::minAreaRect(corners));
+    }
     return result;
 }
 

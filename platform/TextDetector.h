@@ -43,4 +43,14 @@ struct LevelLine {
 };
 LevelLine level(const cv::Mat& page, const cv::RotatedRect& line);
 
+// The runs of rows of a grey line image that hold print, top to bottom, each as [first, end): rows
+// where at least a two-hundredth of the width (2 pixels at least) is darker than Otsu's threshold, so
+// that a few descenders or accents count and a margin of faint ground does not.
+std::vector<std::pair<int, int>> inkRuns(const cv::Mat& grey);
+
+// The printed lines inside a detected one: large type set tight can reach the detector as one region
+// of several lines, which a line reader cannot read. Such a region is cut between its lines of ink;
+// any other comes back as it is.
+std::vector<cv::RotatedRect> printedLines(const cv::Mat& page, const cv::RotatedRect& line);
+
 } // namespace platform::TextDetector

@@ -59,6 +59,8 @@ void loadZoneFont() {
     (void)ocrb;
 }
 
+} // namespace
+
 Bitmap toBitmap(const QImage& image) {
     const QImage rgb = image.convertToFormat(QImage::Format_RGB888);
     Bitmap bitmap(rgb.width(), rgb.height());
@@ -67,8 +69,6 @@ Bitmap toBitmap(const QImage& image) {
     }
     return bitmap;
 }
-
-} // namespace
 
 DrawnDocument zonePage(const std::vector<std::string>& zone, const ZoneLook& look) {
     loadZoneFont();

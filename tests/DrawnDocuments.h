@@ -7,6 +7,8 @@
 #include "Bitmap.h"
 #include "DocumentTypes.h"
 
+#include <QImage>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,6 +42,9 @@ struct ZoneLook {
 // 3 of 30 characters) near its bottom edge, as `look` says; the zone's lines come back as
 // machine-readable fields with their text.
 DrawnDocument zonePage(const std::vector<std::string>& zone, const ZoneLook& look = {});
+
+// A drawing as the pipeline's RGB bitmap.
+Bitmap toBitmap(const QImage& image);
 
 // The public-domain portrait the set-up extracts from Debian's scikit-image package; none when it is
 // not there.

@@ -5,6 +5,7 @@
 #include "ImagePipeline.h"
 #include "Recognition.h"
 #include "TestImages.h"
+#include "TextDetector.h"
 #include "ZoneReader.h"
 
 #include <QFontDatabase>
@@ -261,17 +262,87 @@ TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
     p.drawText(80, 200, "Date of birth");
     p.drawText(1000, 200, "Date of expiry");
     p.end();
-    const QImage rgb = canvas.convertToFormat(QImage::Format_RGB888);
-    Bitmap image(rgb.width(), rgb.height());
-    for (int row = 0; row < rgb.height(); ++row) {
-        std::memcpy(image.row(row), rgb.constScanLine(row), image.rowBytes());
-    }
-    const auto result = platform::Recognition::recognize(image, {"en-US"});
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
     ASSERT_EQ(result.lines.size(), 2u);
     EXPECT_EQ(result.lines[0].text, "Date of birth");
     EXPECT_LT(result.lines[0].box.x + result.lines[0].box.width, 0.5);
     EXPECT_EQ(result.lines[1].text, "Date of expiry");
     EXPECT_GT(result.lines[1].box.x, 0.5);
+}
+
+// The detector parts a line at a wide blank; a date printed with one ("25 MAY /MAY  14", as some
+// passports print their dates) must come back as one line, or no date is read in either piece.
+TEST(Recognition, ADatePrintedWithAWideBlankIsReadAsOneLine) {
+    QImage canvas(1200, 300, QImage::Format_RGB32);
+    canvas.fill(QColor(214, 224, 240));
+    QPainter p(&canvas);
+    QFont font("DejaVu Sans");
+    font.setPixelSize(34);
+    p.setFont(font);
+    p.setPen(QColor(30, 30, 90));
+    p.drawText(90, 150, "25 MAY /MAY");
+    // Nearly two type sizes apart.
+    p.drawText(90 + QFontMetrics(font).horizontalAdvance("25 MAY /MAY") + 60, 150, "14");
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    ASSERT_EQ(result.lines.size(), 1u);
+    EXPECT_EQ(result.lines[0].text, "25 MAY /MAY 14");
+}
+
+// A small value on a card photographed soft, its ground shading from dark to light, the ink only a
+// little darker than the ground everywhere: the engine's own threshold finds nothing, so the line is
+// read again sharpened.
+TEST(Recognition, ASoftValueOnAShadedGroundIsRead) {
+    QImage canvas(900, 300, QImage::Format_RGB32);
+    QLinearGradient ground(0, 0, 900, 0), ink(0, 0, 900, 0);
+    ground.setColorAt(0, QColor(60, 60, 80));
+    ground.setColorAt(1, QColor(245, 245, 250));
+    ink.setColorAt(0, QColor(35, 35, 55));
+    ink.setColorAt(1, QColor(220, 220, 225));
+    QPainter p(&canvas);
+    p.fillRect(canvas.rect(), ground);
+    QFont font("DejaVu Sans");
+    font.setPixelSize(24);
+    p.setFont(font);
+    p.setPen(QPen(QBrush(ink), 1));
+    p.drawText(100, 150, "08/27/2015 ANYTOWN 02127");
+    p.end();
+    const QImage soft = canvas.scaled(450, 150, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    const auto result = platform::Recognition::recognize(toBitmap(soft), {"en-US"});
+    ASSERT_EQ(result.lines.size(), 1u);
+    EXPECT_NE(result.lines[0].text.find("NYTOWN 02127"), std::string::npos) << result.lines[0].text;
+}
+
+// Large type set tight on a patterned ground can reach the detector as one region of several lines;
+// it is cut between its lines of ink, and a region of one line stays as it is.
+TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
+    QImage canvas(900, 400, QImage::Format_RGB32);
+    canvas.fill(Qt::white);
+    QPainter p(&canvas);
+    QFont font("DejaVu Sans");
+    font.setPixelSize(80);
+    p.setFont(font);
+    p.setPen(Qt::black);
+    p.drawText(100, 170, "SOUZA");
+    font.setPixelSize(50);
+    p.setFont(font);
+    p.drawText(100, 235, "JORGE");
+    p.end();
+    Bitmap image = toBitmap(canvas);
+    const cv::Mat page(image.height, image.width, CV_8UC3, image.pixels.data(), image.rowBytes());
+    // One region around both names: two lines, the first around the surname's ink (rows 112 to 170),
+    // the second around the given name's (rows 199 to 235).
+    const auto lines = platform::TextDetector::printedLines(page, cv::RotatedRect({400, 175}, {700, 150}, 0));
+    ASSERT_EQ(lines.size(), 2u);
+    const cv::Rect first = lines[0].boundingRect(), second = lines[1].boundingRect();
+    EXPECT_LE(first.y, 112);
+    EXPECT_GE(first.y + first.height, 170);
+    EXPECT_LE(second.y, 199);
+    EXPECT_GE(second.y + second.height, 235);
+    EXPECT_LE(first.y + first.height, second.y + 1);
+    // A region of one line, accents and all, is not cut.
+    EXPECT_EQ(platform::TextDetector::printedLines(page, cv::RotatedRect({400, 145}, {700, 80}, 0)).size(),
+              1u);
 }
 
 int main(int argc, char** argv) {
