@@ -22,6 +22,31 @@ namespace {
 
 const RedactionPolicy hideEverything{true, true, true, true};
 
+QFont sans(int pixels) {
+    QFont font("DejaVu Sans");
+    font.setPixelSize(pixels);
+    return font;
+}
+
+// Text printed on a plain ground: each piece from its baseline's start, at its size in pixels.
+struct Print {
+    int x, y, pixels;
+    QString text;
+};
+Bitmap printed(int width, int height, const std::vector<Print>& pieces, QColor ground = Qt::white,
+               QColor ink = Qt::black) {
+    QImage canvas(width, height, QImage::Format_RGB32);
+    canvas.fill(ground);
+    QPainter p(&canvas);
+    p.setPen(ink);
+    for (const Print& piece : pieces) {
+        p.setFont(sans(piece.pixels));
+        p.drawText(piece.x, piece.y, piece.text);
+    }
+    p.end();
+    return toBitmap(canvas);
+}
+
 // Share of the field's pixels that are pure black after masking: of its ink for printed text (the
 // blanks between masked words carry nothing), of its whole box for pictures and codes.
 double coverage(const Bitmap& original, const Bitmap& image, const DrawnField& field) {
@@ -252,17 +277,8 @@ TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
 }
 
 TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
-    QImage canvas(1600, 400, QImage::Format_RGB32);
-    canvas.fill(Qt::white);
-    QPainter p(&canvas);
-    QFont font("DejaVu Sans");
-    font.setPixelSize(40);
-    p.setFont(font);
-    p.setPen(Qt::black);
-    p.drawText(80, 200, "Date of birth");
-    p.drawText(1000, 200, "Date of expiry");
-    p.end();
-    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    const auto result = platform::Recognition::recognize(
+        printed(1600, 400, {{80, 200, 40, "Date of birth"}, {1000, 200, 40, "Date of expiry"}}), {"en-US"});
     ASSERT_EQ(result.lines.size(), 2u);
     EXPECT_EQ(result.lines[0].text, "Date of birth");
     EXPECT_LT(result.lines[0].box.x + result.lines[0].box.width, 0.5);
@@ -273,18 +289,12 @@ TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
 // The detector parts a line at a wide blank; a date printed with one ("25 MAY /MAY  14", as some
 // passports print their dates) must come back as one line, or no date is read in either piece.
 TEST(Recognition, ADatePrintedWithAWideBlankIsReadAsOneLine) {
-    QImage canvas(1200, 300, QImage::Format_RGB32);
-    canvas.fill(QColor(214, 224, 240));
-    QPainter p(&canvas);
-    QFont font("DejaVu Sans");
-    font.setPixelSize(34);
-    p.setFont(font);
-    p.setPen(QColor(30, 30, 90));
-    p.drawText(90, 150, "25 MAY /MAY");
-    // Nearly two type sizes apart.
-    p.drawText(90 + QFontMetrics(font).horizontalAdvance("25 MAY /MAY") + 60, 150, "14");
-    p.end();
-    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    // The day and month, and the year nearly two type sizes after them.
+    const int year = 90 + QFontMetrics(sans(34)).horizontalAdvance("25 MAY /MAY") + 60;
+    const auto result = platform::Recognition::recognize(
+        printed(1200, 300, {{90, 150, 34, "25 MAY /MAY"}, {year, 150, 34, "14"}}, QColor(214, 224, 240),
+                QColor(30, 30, 90)),
+        {"en-US"});
     ASSERT_EQ(result.lines.size(), 1u);
     EXPECT_EQ(result.lines[0].text, "25 MAY /MAY 14");
 }
@@ -301,9 +311,7 @@ TEST(Recognition, ASoftValueOnAShadedGroundIsRead) {
     ink.setColorAt(1, QColor(220, 220, 225));
     QPainter p(&canvas);
     p.fillRect(canvas.rect(), ground);
-    QFont font("DejaVu Sans");
-    font.setPixelSize(24);
-    p.setFont(font);
+    p.setFont(sans(24));
     p.setPen(QPen(QBrush(ink), 1));
     p.drawText(100, 150, "08/27/2015 ANYTOWN 02127");
     p.end();
@@ -316,19 +324,7 @@ TEST(Recognition, ASoftValueOnAShadedGroundIsRead) {
 // Large type set tight on a patterned ground can reach the detector as one region of several lines;
 // it is cut between its lines of ink, and a region of one line stays as it is.
 TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
-    QImage canvas(900, 400, QImage::Format_RGB32);
-    canvas.fill(Qt::white);
-    QPainter p(&canvas);
-    QFont font("DejaVu Sans");
-    font.setPixelSize(80);
-    p.setFont(font);
-    p.setPen(Qt::black);
-    p.drawText(100, 170, "SOUZA");
-    font.setPixelSize(50);
-    p.setFont(font);
-    p.drawText(100, 235, "JORGE");
-    p.end();
-    Bitmap image = toBitmap(canvas);
+    Bitmap image = printed(900, 400, {{100, 170, 80, "SOUZA"}, {100, 235, 50, "JORGE"}});
     const cv::Mat page(image.height, image.width, CV_8UC3, image.pixels.data(), image.rowBytes());
     // One region around both names: two lines, the first around the surname's ink (rows 112 to 170),
     // the second around the given name's (rows 199 to 235).
