@@ -58,15 +58,23 @@ constexpr int recognitionSide = 2000;
 // where the Latin model read generated zones best (against 64 pixels and the size as found).
 constexpr int zoneHeight = 40;
 // Faces are searched on a copy whose longer side is this large, enlarged when the photo is smaller:
-// a ghost portrait of 3% of a card's width is then about 45 pixels wide, its face well above the
-// cascade's 24-pixel window.
+// a ghost portrait of 3% of a card's width is then about 45 pixels wide.
 constexpr int faceSide = 1600;
+// The smallest face the first search looks for, at that size: the smallest faces it found on real
+// specimens and on generated ghost portraits were 43 to 45 pixels wide, and the smaller windows were
+// most of the search's time.
+constexpr int smallestFace = 36;
 // Text lines are searched with the page's longer side at this size, and each line found is read at
 // this height in pixels, its margins included.
 constexpr int detectionSide = 1280;
 constexpr int lineHeight = 48;
-// A line read with less mean confidence than this is read a second time, sharpened.
+// A line read with less mean confidence than this, or whose words span less than this share of its
+// width, is read again.
 constexpr float weakReading = 0.3f;
+constexpr double weakSpan = 0.5;
+// The engine's own rule for its inverted second look (its default): a line read with a mean
+// character certainty under this is read inverted too, and the surer reading kept.
+constexpr const char* inverseLook = "0.7";
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
     return Box{static_cast<double>(left) / width, static_cast<double>(top) / height,
@@ -116,8 +124,11 @@ public:
         Engine engine(new tesseract::TessBaseAPI());
         // Dictionary correction off: identifiers and names are not words. Diagnostics go nowhere, so
         // that nothing of a document reaches a log.
-        std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file"};
-        std::vector<std::string> values{"0", "0", "/dev/null"};
+        // Inversion off: the engine would read every line it is unsure of a second time inverted,
+        // which on photos of documents is nearly every line; readLine asks for it on weak readings.
+        std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file",
+                                       "invert_threshold"};
+        std::vector<std::string> values{"0", "0", "/dev/null", "0"};
         if (engine->Init(dataFolder().c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0,
                          &names, &values, false) != 0) {
             throw RecognitionError("text recognition could not load its language data (" + languages +
@@ -561,6 +572,19 @@ std::pair<int, int> inkRows(const cv::Mat& grey) {
     });
 }
 
+// The share of a line image's width that a reading's words span.
+double span(const std::vector<Word>& words, int width) {
+    if (words.empty()) {
+        return 0;
+    }
+    int left = words.front().box.x, right = left;
+    for (const Word& word : words) {
+        left = std::min(left, word.box.x);
+        right = std::max(right, word.box.x + word.box.width);
+    }
+    return static_cast<double>(right - left) / width;
+}
+
 // A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
 std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
     const double scale = static_cast<double>(height) / level.image.rows;
@@ -601,18 +625,25 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
         return words;
     };
     std::vector<Word> words = read(sized);
-    // Blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
-    // the engine's binarisation nothing to read; such a line is read again sharpened and stretched to
-    // full contrast, and the surer reading is kept.
-    if (meanConfidence(words) < weakReading) {
+    // A weak reading (unsure, or explaining only part of what the detector found) is read again twice,
+    // the surer reading kept: with the engine's own inverted second look, which reads light print on
+    // a dark band and some pale coloured print; and sharpened and stretched to full contrast, since
+    // blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
+    // the engine's binarisation nothing to read.
+    if (meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) {
+        auto keepSurer = [&](std::vector<Word> again) {
+            if (meanConfidence(again) > meanConfidence(words)) {
+                words = std::move(again);
+            }
+        };
+        engine.SetVariable("invert_threshold", inverseLook);
+        keepSurer(read(sized));
         cv::Mat blurred, sharp;
         cv::GaussianBlur(sized, blurred, cv::Size(), 3);
         cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
         cv::normalize(sharp, sharp, 0, 255, cv::NORM_MINMAX);
-        std::vector<Word> again = read(sharp);
-        if (meanConfidence(again) > meanConfidence(words)) {
-            words = std::move(again);
-        }
+        keepSurer(read(sharp));
+        engine.SetVariable("invert_threshold", "0");
     }
     toPage(words, level.toPage);
     return words;
@@ -794,7 +825,7 @@ std::vector<Box> detectFaces(const Bitmap& image) {
     cv::createCLAHE(2.0, cv::Size(8, 8))->apply(grey, grey);
     std::vector<cv::Rect> found;
     // Six neighbours keep guilloche patterns and lettering from passing for faces.
-    cascade.detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(24, 24));
+    cascade.detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestFace, smallestFace));
     // A page where it finds none is searched once more by OpenCV's other frontal cascade, which finds
     // portraits photographed in hand, tilted and lit unevenly, that this one misses; on a smaller copy
     // (900 pixels), which found the same portraits as a full-size search at a fraction of its time.

@@ -321,6 +321,22 @@ TEST(Recognition, ASoftValueOnAShadedGroundIsRead) {
     EXPECT_NE(result.lines[0].text.find("NYTOWN 02127"), std::string::npos) << result.lines[0].text;
 }
 
+// White print on a dark band (a licence's class or restriction bar): the engine reads it inverted,
+// which it is asked to do only for lines it reads weakly.
+TEST(Recognition, LightPrintOnADarkBandIsRead) {
+    QImage canvas(900, 200, QImage::Format_RGB32);
+    canvas.fill(Qt::white);
+    QPainter p(&canvas);
+    p.fillRect(QRect(60, 60, 780, 80), QColor(40, 50, 110));
+    p.setFont(sans(30));
+    p.setPen(Qt::white);
+    p.drawText(100, 115, "RESTRICTIONS B 04/17/2031");
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    ASSERT_EQ(result.lines.size(), 1u);
+    EXPECT_NE(result.lines[0].text.find("04/17/2031"), std::string::npos) << result.lines[0].text;
+}
+
 // Large type set tight on a patterned ground can reach the detector as one region of several lines;
 // it is cut between its lines of ink, and a region of one line stays as it is.
 TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
