@@ -585,6 +585,18 @@ double span(const std::vector<Word>& words, int width) {
     return static_cast<double>(right - left) / width;
 }
 
+// How well Otsu's threshold parts an image into two classes: their between-class variance.
+double separation(const cv::Mat& grey) {
+    cv::Mat upper;
+    const double t = cv::threshold(grey, upper, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    const double n = static_cast<double>(grey.total()), high = cv::countNonZero(upper) / n;
+    if (high <= 0 || high >= 1) {
+        return 0;
+    }
+    const double above = cv::mean(grey, upper)[0], below = cv::mean(grey, grey <= t)[0];
+    return high * (1 - high) * (above - below) * (above - below);
+}
+
 // A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
 std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
     const double scale = static_cast<double>(height) / level.image.rows;
@@ -625,11 +637,11 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
         return words;
     };
     std::vector<Word> words = read(sized);
-    // A weak reading (unsure, or explaining only part of what the detector found) is read again twice,
-    // the surer reading kept: with the engine's own inverted second look, which reads light print on
-    // a dark band and some pale coloured print; and sharpened and stretched to full contrast, since
+    // A weak reading (unsure, or explaining only part of what the detector found) is read again, the
+    // surer reading kept: with the engine's own inverted second look, which reads light print on a
+    // dark band and some pale coloured print; sharpened and stretched to full contrast, since
     // blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
-    // the engine's binarisation nothing to read.
+    // the engine's binarisation nothing to read; and in one colour channel (below).
     if (meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) {
         auto keepSurer = [&](std::vector<Word> again) {
             if (meanConfidence(again) > meanConfidence(words)) {
@@ -643,7 +655,29 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
         cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
         cv::normalize(sharp, sharp, 0, 255, cv::NORM_MINMAX);
         keepSurer(read(sharp));
+        // Coloured print on a coloured ground (a state's name in red over a pale blue pattern) can
+        // lose its contrast in grey; the colour channel that parts ink from ground best is read too.
+        cv::Mat colour;
+        cv::resize(level.image, colour, sized.size(), 0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
+        std::vector<cv::Mat> channels;
+        cv::split(colour, channels);
+        std::vector<double> parted;
+        for (const cv::Mat& channel : channels) {
+            parted.push_back(separation(channel));
+        }
+        const auto best = std::max_element(parted.begin(), parted.end());
         engine.SetVariable("invert_threshold", "0");
+        if (*best > separation(sized)) {
+            // Ink is the smaller of Otsu's two classes; light ink (a red name is light in the red
+            // channel) is turned dark, the way the engine reads.
+            cv::Mat& chosen = channels[best - parted.begin()];
+            cv::Mat upper;
+            cv::threshold(chosen, upper, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+            if (2 * static_cast<std::size_t>(cv::countNonZero(upper)) < upper.total()) {
+                cv::bitwise_not(chosen, chosen);
+            }
+            keepSurer(read(chosen));
+        }
     }
     toPage(words, level.toPage);
     return words;

@@ -337,6 +337,25 @@ TEST(Recognition, LightPrintOnADarkBandIsRead) {
     EXPECT_NE(result.lines[0].text.find("04/17/2031"), std::string::npos) << result.lines[0].text;
 }
 
+// Red print on a green ground, crossed by grey stripes exactly as light as the letters: in grey the
+// letters merge into the stripes; the green channel parts them.
+TEST(Recognition, ColouredPrintAsLightAsItsPatternIsRead) {
+    QImage canvas(900, 200, QImage::Format_RGB32);
+    canvas.fill(QColor(90, 150, 110));
+    QPainter p(&canvas);
+    p.setPen(QPen(QColor(115, 115, 115), 3));
+    for (int x = -200; x < 900; x += 9) {
+        p.drawLine(x, 0, x + 200, 200);
+    }
+    p.setFont(sans(34));
+    p.setPen(QColor(200, 80, 80));
+    p.drawText(100, 115, "ALABAMA 1234567");
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    ASSERT_EQ(result.lines.size(), 1u);
+    EXPECT_NE(result.lines[0].text.find("1234567"), std::string::npos) << result.lines[0].text;
+}
+
 // Large type set tight on a patterned ground can reach the detector as one region of several lines;
 // it is cut between its lines of ink, and a region of one line stays as it is.
 TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
