@@ -759,15 +759,24 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         const std::vector<cv::RotatedRect> printed = TextDetector::printedLines(page, found);
         detected.insert(detected.end(), printed.begin(), printed.end());
     }
+    // Lines standing on end are judged here, before the readers start: the direction classifier is
+    // then loaded on this thread only.
+    std::vector<char> overturned(detected.size());
+    for (std::size_t i = 0; i < detected.size(); ++i) {
+        overturned[i] = TextDetector::levelsUpsideDown(page, detected[i]);
+    }
     std::vector<std::vector<Word>> readings(detected.size());
     std::atomic<std::size_t> next{0};
     auto read = [&] {
         Engine engine = pool().take(languages);
         engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
         for (std::size_t i = next++; i < detected.size(); i = next++) {
-            const TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
+            TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
             if (level.image.empty()) {
                 continue;
+            }
+            if (overturned[i]) {
+                level = TextDetector::turnedOver(level);
             }
             std::vector<Word> words = readLine(*engine, level, lineHeight);
             if (!words.empty() && zoneCandidate(zoneCount(words))) {

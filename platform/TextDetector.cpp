@@ -441,4 +441,21 @@ std::vector<cv::RotatedRect> printedLines(const cv::Mat& page, const cv::Rotated
     return result;
 }
 
+bool levelsUpsideDown(const cv::Mat& page, const cv::RotatedRect& line) {
+    if (across(line) || longSide(line) < directionAspect * shortSide(line)) {
+        return false;
+    }
+    const LevelLine levelled = level(page, line);
+    return !levelled.image.empty() && upsideDown(levelled.image) > 0.5f;
+}
+
+LevelLine turnedOver(const LevelLine& line) {
+    LevelLine result;
+    cv::rotate(line.image, result.image, cv::ROTATE_180);
+    // A point (x, y) of the turned crop is (width - x, height - y) of the crop before.
+    const cv::Mat half = (cv::Mat_<double>(3, 3) << -1, 0, line.image.cols, 0, -1, line.image.rows, 0, 0, 1);
+    result.toPage = line.toPage * half;
+    return result;
+}
+
 } // namespace platform::TextDetector

@@ -43,6 +43,15 @@ struct LevelLine {
 };
 LevelLine level(const cv::Mat& page, const cv::RotatedRect& line);
 
+// Whether level() lays a line standing on end (print running up or down an upright page, as a
+// number printed beside a portrait) upside down: which end it starts from is a matter of the
+// rectangle's corners, and the direction classifier tells. Lines across the page are never judged
+// here: the page as a whole was turned upright.
+bool levelsUpsideDown(const cv::Mat& page, const cv::RotatedRect& line);
+
+// A level line turned half round, its map into the page kept true.
+LevelLine turnedOver(const LevelLine& line);
+
 // The runs of rows of a grey line image that hold print, top to bottom, each as [first, end): rows
 // where at least a two-hundredth of the width (2 pixels at least) is darker than Otsu's threshold, so
 // that a few descenders or accents count and a margin of faint ground does not.

@@ -356,6 +356,39 @@ TEST(Recognition, ColouredPrintAsLightAsItsPatternIsRead) {
     EXPECT_NE(result.lines[0].text.find("1234567"), std::string::npos) << result.lines[0].text;
 }
 
+// Numbers printed up the side of a card, or down it, a degree either way, beside lines set across it:
+// each standing line is read the way it runs, whichever end its cut-out happens to start from.
+TEST(Recognition, LinesStandingOnEndAreReadTheWayTheyRun) {
+    QImage canvas(1200, 800, QImage::Format_RGB32);
+    canvas.fill(Qt::white);
+    QPainter p(&canvas);
+    p.setPen(Qt::black);
+    p.setFont(sans(30));
+    const char* across[] = {"DRIVER LICENSE", "1 SAMPLE", "2 JOHN PAUL", "3 DOB 04/17/1981", "8 100 MAIN ST"};
+    for (int i = 0; i < 5; ++i) {
+        p.drawText(420, 150 + 110 * i, across[i]);
+    }
+    const double angles[] = {-91, -90, -89, 89, 90, 91};
+    const char* numbers[] = {"820BAC729CBAC", "736HDV7874JSB", "512KQT3398WWA",
+                             "904LMN2261PQR", "377XYZ5510ABC", "615DEF8842GHI"};
+    for (int i = 0; i < 6; ++i) {
+        p.resetTransform();
+        const bool up = angles[i] < 0;
+        p.translate(60 + 60 * i + (up ? 0 : 700), up ? 650 : 100);
+        p.rotate(angles[i]);
+        p.drawText(0, 0, numbers[i]);
+    }
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
+    std::string text;
+    for (const auto& line : result.lines) {
+        text += line.text + "\n";
+    }
+    for (const char* number : numbers) {
+        EXPECT_NE(text.find(number), std::string::npos) << number << " in\n" << text;
+    }
+}
+
 // Large type set tight on a patterned ground can reach the detector as one region of several lines;
 // it is cut between its lines of ink, and a region of one line stays as it is.
 TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
