@@ -650,6 +650,9 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
         };
         engine.SetVariable("invert_threshold", inverseLook);
         keepSurer(read(sized));
+        // The sharpened and colour readings go without it: the same fields were masked without, and
+        // each inverted look is a second pass of the network.
+        engine.SetVariable("invert_threshold", "0");
         cv::Mat blurred, sharp;
         cv::GaussianBlur(sized, blurred, cv::Size(), 3);
         cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
@@ -666,7 +669,6 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
             parted.push_back(separation(channel));
         }
         const auto best = std::max_element(parted.begin(), parted.end());
-        engine.SetVariable("invert_threshold", "0");
         if (*best > separation(sized)) {
             // Ink is the smaller of Otsu's two classes; light ink (a red name is light in the red
             // channel) is turned dark, the way the engine reads.
