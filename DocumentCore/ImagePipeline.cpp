@@ -328,6 +328,53 @@ void addPortraitPlace(const std::optional<MachineZone::Found>& zone, const std::
     }
 }
 
+// A driving licence prints its portrait on the left of the card's front, beside the holder's fields
+// (the EU model and the US card design alike). A front where no face was found (a drawn portrait, a
+// face turned away or lost in glare) still has one there: the page left of the fields, over their
+// height below the card's title band, is hidden as the face. The portrait's column holds no fields
+// but a number printed up its side and the signature under it, which is often read as a name: one
+// level field there is allowed, more mean the fields start at the left. None on a page standing
+// upright (a card printed in portrait format keeps its portrait on top), nor where the fields leave
+// less than a quarter of the width on their left.
+void addLicencePortraitPlace(bool drivingLicence, const std::vector<Rect>& bands,
+                             std::optional<RiskEngine::PixelSize> image,
+                             std::vector<RedactionRegion>& regions) {
+    constexpr double titleBand = 0.15, edge = 0.15, narrowest = 0.25;
+    if (!drivingLicence || !bands.empty() || !image || image->width <= image->height) {
+        return;
+    }
+    const auto isFace = [](const RedactionRegion& r) { return r.kind == FieldKind::face; };
+    const auto isHolder = [](const RedactionRegion& r) {
+        return r.kind == FieldKind::personName || r.kind == FieldKind::birthDate;
+    };
+    if (std::any_of(regions.begin(), regions.end(), isFace) ||
+        std::none_of(regions.begin(), regions.end(), isHolder)) {
+        return;
+    }
+    double left = 1, top = 1, bottom = 0;
+    int atEdge = 0;
+    for (const RedactionRegion& r : regions) {
+        const bool field = r.kind == FieldKind::number || r.kind == FieldKind::address || isHolder(r) ||
+                           r.kind == FieldKind::issueDate || r.kind == FieldKind::expiryDate;
+        const bool level = r.rect.width * image->width >= r.rect.height * image->height;
+        if (!field || !level || r.rect.y < titleBand) {
+            continue;
+        }
+        if (r.rect.x < edge) {
+            ++atEdge;
+            continue;
+        }
+        left = std::min(left, r.rect.x);
+        top = std::min(top, r.rect.y);
+        bottom = std::max(bottom, r.rect.maxY());
+    }
+    if (atEdge > 1 || left < narrowest || bottom <= top) {
+        return;
+    }
+    regions.push_back(RedactionRegion{FieldKind::face, Rect{0, top, left, bottom - top}, Uuid::random(),
+                                      FieldEvidence::vision});
+}
+
 // What the person should check on this page, after the detector's own warnings.
 void addPageWarnings(const AssemblyInput& input, const CountryDetection& country,
                      const std::vector<std::string>& unavailable, bool textFound,
@@ -398,6 +445,7 @@ Analysis assemble(const AssemblyInput& input) {
     widenTextMasks(regions, input.image);
     const std::vector<Rect> bands = addVisionRegions(input.recognition, regions);
     addPortraitPlace(zone, bands, input.image, regions);
+    addLicencePortraitPlace(drivingLicence, bands, input.image, regions);
 
     std::vector<std::string> warnings = std::move(detection.warnings);
     const std::vector<std::string> unavailable =

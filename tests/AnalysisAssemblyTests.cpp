@@ -53,6 +53,16 @@ Rect masked(const Rect& box) {
     return Rect{box.x - dx, box.y - dy, box.width + 2 * dx, box.height + 2 * dy};
 }
 
+std::vector<Rect> faces(const Analysis& analysis) {
+    std::vector<Rect> found;
+    for (const RedactionRegion& r : analysis.regions) {
+        if (r.kind == FieldKind::face) {
+            found.push_back(r.rect);
+        }
+    }
+    return found;
+}
+
 bool near(const Rect& a, const Rect& b) {
     return std::abs(a.x - b.x) < 1e-9 && std::abs(a.y - b.y) < 1e-9 && std::abs(a.width - b.width) < 1e-9 &&
            std::abs(a.height - b.height) < 1e-9;
@@ -218,15 +228,6 @@ TEST(Assembly, APassportPortraitTheDetectorMissedIsMaskedWhereThePageKeepsIt) {
     auto in = input({line("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 0.04, 0.84, 0.92, 0.05),
                      line("L898902C36UTO7408122F1204159ZE184226B<<<<<10", 0.04, 0.91, 0.92, 0.05)});
     in.recognition.zones = {Box{0.04, 0.84, 0.92, 0.05}, Box{0.04, 0.91, 0.92, 0.05}};
-    auto faces = [](const Analysis& analysis) {
-        std::vector<Rect> found;
-        for (const RedactionRegion& r : analysis.regions) {
-            if (r.kind == FieldKind::face) {
-                found.push_back(r.rect);
-            }
-        }
-        return found;
-    };
     const auto place = faces(ImagePipeline::assemble(in));
     ASSERT_EQ(place.size(), 1u);
     const double mm = 0.92 / (44 * 2.54);
@@ -242,5 +243,36 @@ TEST(Assembly, APassportPortraitTheDetectorMissedIsMaskedWhereThePageKeepsIt) {
     // A card's three-line zone says nothing of where its portrait is.
     in.recognition.faces.clear();
     in.recognition.zones.push_back(Box{0.04, 0.96, 0.92, 0.04});
+    EXPECT_TRUE(faces(ImagePipeline::assemble(in)).empty());
+}
+
+TEST(Assembly, ALicenceFrontWhoseFaceWasNotFoundHasItsPortraitPlaceHidden) {
+    auto licence = [](double shift) {
+        return input({line("FÜHRERSCHEIN", 0.30, 0.03, 0.40, 0.05),
+                      line("BUNDESREPUBLIK DEUTSCHLAND", 0.30, 0.09, 0.45, 0.04),
+                      line("1. MUSTERMANN", 0.35 + shift, 0.18, 0.30, 0.045),
+                      line("2. ERIKA", 0.35 + shift, 0.25, 0.20, 0.045),
+                      line("3. 12.08.1964 BERLIN", 0.35 + shift, 0.32, 0.35, 0.045),
+                      line("4a. 01.02.2020", 0.35 + shift, 0.39, 0.20, 0.045),
+                      line("4b. 31.01.2035", 0.56 + shift, 0.39, 0.20, 0.045),
+                      line("5. ", 0.35 + shift, 0.53, 0.04, 0.045),
+                      line("B072RRE2I55", 0.40 + shift, 0.53, 0.22, 0.045)});
+    };
+    auto in = licence(0);
+    const auto place = faces(ImagePipeline::assemble(in));
+    ASSERT_EQ(place.size(), 1u);
+    // From the page's left edge to the fields' masks, over the fields' height: the first field's mask
+    // starts a fifth of its line height above it, the number's ends as far below.
+    EXPECT_DOUBLE_EQ(place[0].x, 0);
+    EXPECT_NEAR(place[0].maxX(), masked(Rect{0.35, 0.18, 0.30, 0.045}).x, 1e-9);
+    EXPECT_NEAR(place[0].y, masked(Rect{0.35, 0.18, 0.30, 0.045}).y, 1e-9);
+    EXPECT_NEAR(place[0].maxY(), masked(Rect{0.40, 0.53, 0.22, 0.045}).maxY(), 1e-9);
+    // A face found anywhere on the page stands alone.
+    in.recognition.faces = {Box{0.05, 0.25, 0.2, 0.3}};
+    EXPECT_EQ(faces(ImagePipeline::assemble(in)).size(), 1u);
+    // No place where the fields start near the left edge, nor on a card standing upright.
+    EXPECT_TRUE(faces(ImagePipeline::assemble(licence(-0.25))).empty());
+    in = licence(0);
+    in.image = RiskEngine::PixelSize{1000, 1600};
     EXPECT_TRUE(faces(ImagePipeline::assemble(in)).empty());
 }
