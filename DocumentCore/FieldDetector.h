@@ -14,8 +14,8 @@
 namespace FieldDetector {
 
 // The one date pattern of the core: year first; day, month, year; month, day, year; day, month word
-// (or two languages' words, "07 DEC /DÉC 84"), year; month word, day, year. Not preceded or followed by a
-// digit; no calendar check.
+// (or two languages' words, "07 DEC /DÉC 84"; the blank after the day is often lost in reading,
+// "10DEC/DEC 16"), year; month word, day, year. Not preceded or followed by a digit; no calendar check.
 extern const char16_t* const datePattern;
 
 inline constexpr const char* drivingLicenceType = "Водительское удостоверение";

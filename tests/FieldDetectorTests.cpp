@@ -52,11 +52,13 @@ const std::string joinedWarning =
 } // namespace
 
 TEST(DatePattern, FiveShapesWithoutCalendarChecks) {
-    for (const char* date : {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021",
-                             "07 DEC /DÉC 84", "MARCH 7, 2021", "31.02.2020", "12 АВГ 1974"}) {
+    for (const char* date :
+         {"2021-03-07", "07.03.2021", "7 3 21", "03/07/2021", "07 MAR/MARS 2021", "07 DEC /DÉC 84",
+          "10DEC/DEC 16", "MARCH 7, 2021", "31.02.2020", "12 АВГ 1974"}) {
         EXPECT_TRUE(FieldDetector::containsDate(date)) << date;
     }
-    for (const char* text : {"123.03.2021", "07.13.20211", "AB1234567", "2021", "13/13/2021"}) {
+    for (const char* text : {"123.03.2021", "07.13.20211", "AB1234567", "2021", "13/13/2021",
+                             "12TH STREET 1234", "1ST FLOOR 2020"}) {
         EXPECT_FALSE(FieldDetector::containsDate(text)) << text;
     }
 }
