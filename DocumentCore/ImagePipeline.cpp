@@ -12,6 +12,8 @@
 #include "PngCodec.h"
 #include "UnicodeText.h"
 
+#include <unicode/uchar.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -264,6 +266,60 @@ void addVouchedValues(const MachineZone::Found& zone,
     }
 }
 
+// A licence numbers the holder's surname 1 and given names 2, one under the other, and the small
+// field number of the first is often lost in reading (read as a comma, or the whole line read in
+// another script). A line of letters alone, set directly above a line numbered 2 and starting where
+// it starts, is the surname when no mask covers it yet.
+void addSurnameAboveGivenNames(bool drivingLicence, const std::vector<TextRegion>& lines,
+                               std::optional<RiskEngine::PixelSize> image,
+                               std::vector<RedactionRegion>& regions) {
+    if (!drivingLicence || !image) {
+        return;
+    }
+    const double across = static_cast<double>(image->height) / image->width; // a height's share in x
+    auto givenNames = [](const std::string& text) {
+        const std::size_t start = text.find_first_not_of(' ');
+        return start != std::string::npos && text.compare(start, 1, "2") == 0 && start + 1 < text.size() &&
+               (text[start + 1] == ' ' || text[start + 1] == '.');
+    };
+    auto lettersOnly = [](const std::string& text) {
+        const icu::UnicodeString u = UnicodeText::utf16(text);
+        int letters = 0;
+        for (int32_t i = 0; i < u.length(); i = u.moveIndex32(i, 1)) {
+            const UChar32 c = u.char32At(i);
+            if (u_isdigit(c)) {
+                return false;
+            }
+            letters += u_isalpha(c) ? 1 : 0;
+        }
+        return letters >= 2;
+    };
+    for (const TextRegion& second : lines) {
+        if (!givenNames(second.text)) {
+            continue;
+        }
+        const Rect& below = second.rect;
+        for (const TextRegion& first : lines) {
+            const Rect& above = first.rect;
+            const bool placed = above.y < below.y && above.maxY() > below.y - 0.8 * below.height &&
+                                above.maxY() < below.y + 0.5 * below.height &&
+                                above.height > 0.5 * below.height && above.height < 2 * below.height &&
+                                std::abs(above.x - below.x) < below.height * across;
+            if (!placed || !lettersOnly(first.text)) {
+                continue;
+            }
+            const bool covered = std::any_of(regions.begin(), regions.end(), [&](const RedactionRegion& r) {
+                const std::optional<Rect> common = intersection(r.rect, above);
+                return common && common->width * common->height >= 0.5 * above.width * above.height;
+            });
+            if (!covered) {
+                regions.push_back(RedactionRegion{FieldKind::personName, above, Uuid::random(),
+                                                  FieldEvidence::nearbyLabel});
+            }
+        }
+    }
+}
+
 // Text boxes hug the ink, and a mask cut to them leaves the strokes' soft edges legible: every text
 // mask reaches past its line by this share of the line's height, on every side.
 void widenTextMasks(std::vector<RedactionRegion>& regions, std::optional<RiskEngine::PixelSize> image) {
@@ -442,6 +498,7 @@ Analysis assemble(const AssemblyInput& input) {
     if (zone && zone->valid) {
         addVouchedValues(*zone, recognised, lines, regions);
     }
+    addSurnameAboveGivenNames(drivingLicence, lines, input.image, regions);
     widenTextMasks(regions, input.image);
     const std::vector<Rect> bands = addVisionRegions(input.recognition, regions);
     addPortraitPlace(zone, bands, input.image, regions);

@@ -276,3 +276,32 @@ TEST(Assembly, ALicenceFrontWhoseFaceWasNotFoundHasItsPortraitPlaceHidden) {
     in.image = RiskEngine::PixelSize{1000, 1600};
     EXPECT_TRUE(faces(ImagePipeline::assemble(in)).empty());
 }
+
+TEST(Assembly, ALicenceSurnameWhoseFieldNumberWasLostIsHiddenAboveTheGivenNames) {
+    auto licence = [](const std::string& surname, double shift) {
+        return input({line("DRIVER LICENSE", 0.35, 0.03, 0.30, 0.05),
+                      line("4d NUMBER", 0.60, 0.10, 0.12, 0.03), line("S123456789", 0.60, 0.13, 0.20, 0.04),
+                      line(surname, 0.35 + shift, 0.30, 0.15, 0.06), line("2 JORGE", 0.35, 0.37, 0.12, 0.045),
+                      line("3 DOB 03/18/1978", 0.35, 0.45, 0.25, 0.045)});
+    };
+    auto surnames = [](const Analysis& analysis) {
+        return std::count_if(analysis.regions.begin(), analysis.regions.end(), [](const RedactionRegion& r) {
+            return r.kind == FieldKind::personName && near(r.rect, masked(Rect{0.35, 0.30, 0.15, 0.06}));
+        });
+    };
+    // The field number read as a comma, or the line read in another script.
+    EXPECT_EQ(surnames(ImagePipeline::assemble(licence(",SOUZA", 0))), 1);
+    EXPECT_EQ(surnames(ImagePipeline::assemble(licence("‚МАВГА", 0))), 1);
+    // Read whole, the line is named once.
+    EXPECT_EQ(surnames(ImagePipeline::assemble(licence("1 SOUZA", 0))), 1);
+    // Not a line with digits, nor one set elsewhere, nor on a page that is no licence.
+    auto dated = ImagePipeline::assemble(licence("SEX M 1978", 0));
+    EXPECT_EQ(surnames(dated), 0);
+    const Analysis shifted = ImagePipeline::assemble(licence(",SOUZA", 0.1));
+    EXPECT_TRUE(std::none_of(shifted.regions.begin(), shifted.regions.end(), [](const RedactionRegion& r) {
+        return r.kind == FieldKind::personName && r.rect.y < 0.3;
+    }));
+    auto passport = licence(",SOUZA", 0);
+    passport.recognition.lines[0] = line("PASSPORT", 0.35, 0.03, 0.30, 0.05);
+    EXPECT_EQ(surnames(ImagePipeline::assemble(passport)), 0);
+}
