@@ -299,6 +299,27 @@ TEST(Recognition, ADatePrintedWithAWideBlankIsReadAsOneLine) {
     EXPECT_EQ(result.lines[0].text, "25 MAY /MAY 14");
 }
 
+// Lines of the other loaded scripts, Greek capitals and captions among them, come back in their own
+// script: the Latin model alone reads many of them fairly surely as Latin look-alikes ("Enwvupo",
+// "OAOZEPMOY"), and a reading that stopped at the first model would lose their captions and names.
+TEST(Recognition, GreekAndCyrillicLinesComeBackInTheirOwnScript) {
+    const std::vector<std::string> lines{"Ημερομηνία γέννησης", "Επώνυμο", "ΠΑΠΑΔΟΠΟΥΛΟΣ", "Дата народження"};
+    std::vector<Print> pieces;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        pieces.push_back({100, static_cast<int>(120 + 110 * i), 40, QString::fromStdString(lines[i])});
+    }
+    const auto result =
+        platform::Recognition::recognize(printed(1200, 560, pieces), {"en-US", "ru-RU", "el-GR"});
+    std::string text;
+    for (const auto& line : result.lines) {
+        text += line.text + "\n";
+    }
+    // The Ukrainian caption's short "на" still comes back as Latin "Ha"; its long word must not.
+    for (const std::string& expected : {lines[0], lines[1], lines[2], std::string("родження")}) {
+        EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
+    }
+}
+
 // A small value on a card photographed soft, its ground shading from dark to light, the ink only a
 // little darker than the ground everywhere: the engine's own threshold finds nothing, so the line is
 // read again sharpened.
