@@ -151,7 +151,7 @@ std::optional<std::string> testPortrait() {
     return std::nullopt;
 }
 
-DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
+DrawnDocument bilingualCard(const std::optional<std::string>& portrait, double ghost) {
     loadZoneFont();
     QImage canvas(width, height, QImage::Format_RGB32);
     canvas.fill(QColor(236, 240, 236));
@@ -173,6 +173,23 @@ DrawnDocument bilingualCard(const std::optional<std::string>& portrait) {
         const QImage face = QImage(QString::fromStdString(*portrait)).copy(QRect(120, 10, 250, 325));
         p.drawImage(portraitBox, face);
         add(FieldKind::face, portraitBox, "");
+        if (ghost > 0) {
+            const QRect ghostBox(1560, 740, static_cast<int>(portraitBox.width() * ghost),
+                                 static_cast<int>(portraitBox.height() * ghost));
+            p.setOpacity(0.35);
+            p.drawImage(ghostBox, face.convertToFormat(QImage::Format_Grayscale8));
+            // Printed through the card's security lines, as ghosts are.
+            p.setOpacity(1);
+            p.setPen(QPen(QColor(160, 178, 168), 1));
+            for (int y = ghostBox.top() - 20; y < ghostBox.bottom() + 20; y += 10) {
+                QPainterPath wave(QPointF(ghostBox.left() - 20, y));
+                for (int x = ghostBox.left() - 20; x < ghostBox.right() + 20; x += 4) {
+                    wave.lineTo(x, y + 6 * std::sin(x / 11.0));
+                }
+                p.drawPath(wave);
+            }
+            add(FieldKind::face, ghostBox, "");
+        }
     }
 
     struct Entry {

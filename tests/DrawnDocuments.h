@@ -27,8 +27,9 @@ struct DrawnDocument {
 };
 
 // A TD1 identity card with bilingual captions (French / English), a TD3-style passport zone of two
-// 44-character lines with valid check digits, a PDF417 and a QR code.
-DrawnDocument bilingualCard(const std::optional<std::string>& portrait = std::nullopt);
+// 44-character lines with valid check digits, a PDF417 and a QR code; with a portrait, optionally a
+// pale grey ghost copy of it at the given share of its size, below the barcodes.
+DrawnDocument bilingualCard(const std::optional<std::string>& portrait = std::nullopt, double ghost = 0);
 
 // How a zone page was photographed.
 struct ZoneLook {

@@ -140,6 +140,26 @@ TEST_F(EndToEnd, ThePortraitIsFoundAndMasked) {
     EXPECT_EQ(faces, 1);
 }
 
+TEST_F(EndToEnd, APaleGhostCopyOfThePortraitIsMaskedToo) {
+    const auto portrait = testPortrait();
+    if (!portrait) {
+        GTEST_SKIP() << "no freely licensed test portrait installed";
+    }
+    for (double ghost : {0.3, 0.4, 0.5}) {
+        const DrawnDocument card = bilingualCard(portrait, ghost);
+        Analysis analysis;
+        const Bitmap cleaned = redact(card.image, 1, &analysis);
+        for (const DrawnField& field : card.fields) {
+            if (field.kind == FieldKind::face) {
+                EXPECT_GE(coverage(card.image, cleaned, field), 0.2) << ghost;
+            }
+        }
+        const auto faces = std::count_if(analysis.regions.begin(), analysis.regions.end(),
+                                         [](const RedactionRegion& r) { return r.kind == FieldKind::face; });
+        EXPECT_EQ(faces, 2) << ghost;
+    }
+}
+
 // Share of a field's whole box painted pure black, blanks included.
 double boxCoverage(const Bitmap& image, const DrawnField& field) {
     DrawnField picture = field;
