@@ -222,6 +222,29 @@ TEST_F(EndToEnd, ZonesUnderGlareFaintInkAndTiltAreReadExactlyAndMaskedWhole) {
     }
 }
 
+// A passport page whose zone is most of its print: the zone's long lines, squeezed whole into the
+// direction classifier, say little of which way is up, and must not outvote the captions.
+TEST(Recognition, APageOfLittleButItsZoneIsTurnedUprightFromEverySide) {
+    const std::vector<std::vector<std::string>> zones{
+        {"P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", "L898902C36UTO7408122F1204159ZE184226B<<<<<10"},
+        {"P<RUSGEORGIEVA<<DMITRIY<<<<<<<<<<<<<<<<<<<<<", "TC53906TL2RUS7205206F3211142<<<<<<<<<<<<<<06"},
+        {"I<UTOD231458907<<<<<<<<<<<<<<<", "7408122F1204159UTO<<<<<<<<<<<6",
+         "ERIKSSON<<ANNA<MARIA<<<<<<<<<<"}};
+    for (const auto& zone : zones) {
+        for (const ZoneLook& look : {ZoneLook{}, ZoneLook{0, true}, ZoneLook{0, false, true}}) {
+            const Bitmap page = zonePage(zone, look).image;
+            for (int turns : {1, 2, 3}) {
+                EXPECT_EQ(platform::Recognition::uprightTurns(platform::Recognition::turned(page, 4 - turns)),
+                          turns)
+                    << zone.front()
+                    << (look.glare   ? " under glare"
+                        : look.faint ? " faint"
+                                     : "");
+            }
+        }
+    }
+}
+
 // A zone line drawn level in OCR-B at `pixels`, its last `faint` characters in ink barely darker
 // than the paper, cut out with half a line of paper above and below: a line as the reader gets it.
 cv::Mat zoneLine(const std::string& text, int pixels, int faint) {
