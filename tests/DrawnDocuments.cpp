@@ -41,6 +41,14 @@ QRect text(QPainter& p, int x, int y, const QString& s) {
     return bounds.translated(x, y);
 }
 
+void loadZoneFont() {
+    static const bool ocrb =
+        QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
+    (void)ocrb;
+}
+
+} // namespace
+
 void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& content, const QRect& where) {
     const ZXing::BitMatrix matrix =
         ZXing::MultiFormatWriter(format).setMargin(0).encode(content, where.width(), where.height());
@@ -52,14 +60,6 @@ void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& conten
     }
     p.drawImage(where, code);
 }
-
-void loadZoneFont() {
-    static const bool ocrb =
-        QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf") >= 0;
-    (void)ocrb;
-}
-
-} // namespace
 
 Bitmap toBitmap(const QImage& image) {
     const QImage rgb = image.convertToFormat(QImage::Format_RGB888);

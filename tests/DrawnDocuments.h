@@ -8,6 +8,8 @@
 #include "DocumentTypes.h"
 
 #include <QImage>
+#include <QPainter>
+#include <ZXing/BarcodeFormat.h>
 
 #include <optional>
 #include <string>
@@ -30,6 +32,9 @@ struct DrawnDocument {
 // 44-character lines with valid check digits, a PDF417 and a QR code; with a portrait, optionally a
 // pale grey ghost copy of it at the given share of its size, below the barcodes.
 DrawnDocument bilingualCard(const std::optional<std::string>& portrait = std::nullopt, double ghost = 0);
+
+// A barcode drawn dark on white, filling `where`.
+void barcode(QPainter& p, ZXing::BarcodeFormat format, const std::string& content, const QRect& where);
 
 // How a zone page was photographed.
 struct ZoneLook {

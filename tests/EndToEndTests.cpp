@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 
 using namespace testing_support;
 
@@ -242,6 +243,49 @@ TEST(Recognition, APageOfLittleButItsZoneIsTurnedUprightFromEverySide) {
                                      : "");
             }
         }
+    }
+}
+
+// A licence's PDF417 code on a card printed with fine diagonal lines, as a licence photo comes: the
+// threshold taken from each pixel's neighbourhood lost it on such cards once softly focused.
+TEST(Recognition, APdf417CodeOnALinedCardIsFound) {
+    for (const QColor& tint : {QColor(240, 228, 232), QColor(226, 234, 238)}) {
+        QImage canvas(1600, 1010, QImage::Format_RGB32);
+        canvas.fill(tint);
+        QPainter p(&canvas);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(tint.darker(112), 1));
+        for (int y = 0; y < canvas.height() + canvas.width(); y += 11) {
+            p.drawLine(0, y, canvas.width(), y - canvas.width() / 3);
+        }
+        p.setPen(QColor(24, 26, 32));
+        p.setFont(sans(40));
+        p.drawText(80, 120, "DRIVING LICENCE");
+        p.drawText(520, 300, "1. MARTIN");
+        p.drawText(520, 380, "2. CLAIRE SOPHIE");
+        p.drawText(520, 460, "3. 14.07.1985 LYON");
+        const QRect where(1120, 680, 420, 170);
+        barcode(p, ZXing::BarcodeFormat::PDF417, "ANSI 636000090002DL00410278ZV03190008DLDAQT64235789",
+                where);
+        p.end();
+        // Soft focus and sensor noise.
+        canvas = canvas.scaled(1000, 631, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                     .scaled(canvas.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                     .convertToFormat(QImage::Format_RGB32);
+        std::mt19937 random(7);
+        std::normal_distribution<double> noise(0, 5);
+        for (int y = 0; y < canvas.height(); ++y) {
+            auto* line = reinterpret_cast<QRgb*>(canvas.scanLine(y));
+            for (int x = 0; x < canvas.width(); ++x) {
+                const int n = static_cast<int>(noise(random));
+                line[x] = qRgb(std::clamp(qRed(line[x]) + n, 0, 255), std::clamp(qGreen(line[x]) + n, 0, 255),
+                               std::clamp(qBlue(line[x]) + n, 0, 255));
+            }
+        }
+        const auto found = platform::Recognition::detectBarcodes(toBitmap(canvas));
+        ASSERT_EQ(found.size(), 1u) << tint.name().toStdString();
+        EXPECT_NEAR(found[0].x * canvas.width(), where.x(), 4);
+        EXPECT_NEAR(found[0].y * canvas.height(), where.y(), 4);
     }
 }
 
