@@ -57,13 +57,15 @@ constexpr int recognitionSide = 2000;
 // Zone lines are read again at this height in pixels, margins included: glyphs about 27 pixels high,
 // where the Latin model read generated zones best (against 64 pixels and the size as found).
 constexpr int zoneHeight = 40;
-// Faces are searched on a copy whose longer side is this large, enlarged when the photo is smaller:
-// a ghost portrait of 3% of a card's width is then about 45 pixels wide.
-constexpr int faceSide = 1600;
-// The smallest face the first search looks for, at that size: the smallest faces it found on real
-// specimens and on generated ghost portraits were 43 to 45 pixels wide, and the smaller windows were
-// most of the search's time.
-constexpr int smallestFace = 36;
+// Faces are searched on a copy whose longer side is this large, enlarged when the photo is smaller.
+// Faint ghost portraits of 3% of a card's width are near the cascade's smallest window here and often
+// missed; they are found by matching the portrait itself (ghostsOf). A search at twice this size
+// found them with the cascade for 80% more processor time.
+constexpr int faceSide = 800;
+// The smallest face the first search looks for, at that size (2.25% of the longer side): the smallest
+// faces found on real specimens and on generated ghost portraits were 2.7% of it, and the smaller
+// windows were most of the search's time.
+constexpr int smallestFace = 18;
 // Text lines are searched with the page's longer side at this size, and each line found is read at
 // this height in pixels, its margins included.
 constexpr int detectionSide = 1280;
@@ -853,7 +855,9 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
 // specimens and the generated cards ghosts were 0.28 to 0.49 of the face and matched it at 0.81 or
 // more on a 640-pixel copy; nothing else on any of their pages reached 0.8.
 std::vector<cv::Rect> ghostsOf(const cv::Mat& grey, const std::vector<cv::Rect>& faces) {
-    constexpr int smallestTemplate = 120;
+    // The portrait at least 7.5% of the page's side: a smaller one's ghosts would be patterns of under
+    // 12 pixels on the copy searched.
+    constexpr int smallestTemplate = faceSide * 3 / 40;
     constexpr double searchSide = 640, smallest = 0.25, largest = 0.56, step = 1.12;
     constexpr double likeness = 0.8;
     const auto face = std::max_element(
