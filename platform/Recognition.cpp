@@ -10,6 +10,7 @@
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 #include <unicode/unistr.h>
+#include <unicode/uscript.h>
 
 #include <algorithm>
 #include <atomic>
@@ -599,59 +600,173 @@ double separation(const cv::Mat& grey) {
     return high * (1 - high) * (above - below) * (above - below);
 }
 
-// A level line read alone at `height` pixels, its glyph boxes in the page's pixels.
-std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
+// Letters of a word by script: Latin, and the other two scripts the page's models read.
+struct Scripts {
+    int latin = 0;
+    int foreign = 0;
+};
+
+Scripts scripts(const Word& word) {
+    Scripts count;
+    for (const auto& glyph : word.glyphs) {
+        const icu::UnicodeString text = icu::UnicodeString::fromUTF8(glyph.first);
+        for (int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) {
+            UErrorCode status = U_ZERO_ERROR;
+            const UScriptCode script = uscript_getScript(text.char32At(i), &status);
+            count.latin += script == USCRIPT_LATIN;
+            count.foreign += script == USCRIPT_CYRILLIC || script == USCRIPT_GREEK;
+        }
+    }
+    return count;
+}
+
+// Read by the three models together, Latin print now and then comes back as a word in Cyrillic or
+// Greek letters, a look-alike reading that won on certainty ("DISTRICT ок COLUMBIA", "Зех/ Sexe",
+// "07 DEC /0ЕС 84"); a caption or a month so read is no longer one. On a page whose letters are
+// mostly Latin, or in a line that is, such words are read again by the Latin model alone and take
+// that reading. A page printed in two scripts (a Russian or Greek document's bilingual captions) is
+// under these shares, and its lines in the other script keep it.
+constexpr double latinPage = 0.8;
+constexpr double latinLine = 0.6;
+
+Scripts scripts(const std::vector<Word>& words) {
+    Scripts total;
+    for (const Word& word : words) {
+        const Scripts count = scripts(word);
+        total.latin += count.latin;
+        total.foreign += count.foreign;
+    }
+    return total;
+}
+
+bool mostlyLatin(const Scripts& count, double share) {
+    return count.latin > 0 && count.latin >= share * (count.latin + count.foreign);
+}
+
+// Each word of the Latin reading goes to the word of the first reading it shares most of its width
+// with (the nearer middle deciding a tie); a foreign word that receives any is replaced by them, and
+// one that receives none stays as it is.
+void settleInLatin(std::vector<Word>& words, const std::vector<Word>& latin) {
+    std::vector<std::vector<const Word*>> received(words.size());
+    for (const Word& other : latin) {
+        std::size_t best = words.size();
+        int bestShared = 0;
+        double bestApart = 0;
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            const cv::Rect& box = words[i].box;
+            const int shared =
+                std::min(box.x + box.width, other.box.x + other.box.width) - std::max(box.x, other.box.x);
+            const double apart = std::abs((box.x + box.width / 2.0) - (other.box.x + other.box.width / 2.0));
+            if (shared > bestShared || (shared == bestShared && shared > 0 && apart < bestApart)) {
+                best = i;
+                bestShared = shared;
+                bestApart = apart;
+            }
+        }
+        if (best < words.size() && 2 * bestShared > other.box.width) {
+            received[best].push_back(&other);
+        }
+    }
+    // A Latin word that the words taken over reach across ("16HGT5-09" for "16нНСТ" and "5-09") goes,
+    // or it would be read twice.
+    auto takenOver = [&](const Word& word) {
+        int covered = 0;
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            if (scripts(words[i]).foreign == 0) {
+                continue;
+            }
+            for (const Word* other : received[i]) {
+                covered +=
+                    std::max(0, std::min(word.box.x + word.box.width, other->box.x + other->box.width) -
+                                    std::max(word.box.x, other->box.x));
+            }
+        }
+        return 2 * covered > word.box.width;
+    };
+    std::vector<Word> settled;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (scripts(words[i]).foreign == 0) {
+            if (!takenOver(words[i])) {
+                settled.push_back(std::move(words[i]));
+            }
+        } else if (received[i].empty()) {
+            settled.push_back(std::move(words[i]));
+        } else {
+            for (const Word* other : received[i]) {
+                settled.push_back(*other);
+            }
+        }
+    }
+    words = std::move(settled);
+}
+
+// A line's reading, its glyph boxes in the pixels of the line image it was read from (`toPage` carries
+// them into the page's), with that image as the engine saw it.
+struct LineReading {
+    std::vector<Word> words;
+    cv::Mat image;
+    double scale = 1;
+};
+
+// The words of a line image as sized for the engine, in the line's own pixels (`scale` undone).
+std::vector<Word> readImage(tesseract::TessBaseAPI& engine, const cv::Mat& image, double scale) {
+    engine.SetImage(image.data, image.cols, image.rows, 1, static_cast<int>(image.step));
+    engine.SetSourceResolution(300);
+    std::vector<Word> words;
+    if (engine.Recognize(nullptr) != 0) {
+        return words;
+    }
+    for (std::vector<Word>& part : textLines(engine, false, {}, scale)) {
+        std::move(part.begin(), part.end(), std::back_inserter(words));
+    }
+    // The engine now and then gives a character a box from the top of the image to its bottom,
+    // margins and all; lines set close together then seem to overlap. No box reaches past the
+    // line's print.
+    const auto [top, bottom] = inkRows(image);
+    const int slack = image.rows / 24; // anti-aliased edges fall under Otsu's threshold
+    const int first = static_cast<int>(std::floor((top - slack) / scale)),
+              last = static_cast<int>(std::ceil((bottom + slack) / scale));
+    for (Word& word : words) {
+        for (auto& [text, glyph] : word.glyphs) {
+            const int y0 = std::max(glyph.y, first), y1 = std::min(glyph.y + glyph.height, last);
+            if (y1 > y0) {
+                glyph.y = y0;
+                glyph.height = y1 - y0;
+            }
+        }
+        word.box = word.glyphs.front().second;
+        for (const auto& glyph : word.glyphs) {
+            word.box |= glyph.second;
+        }
+    }
+    return words;
+}
+
+// A level line read alone at `height` pixels.
+LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLine& level, int height) {
     const double scale = static_cast<double>(height) / level.image.rows;
     cv::Mat grey, sized;
     cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
     cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height),
                0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
-    auto read = [&](const cv::Mat& image) {
-        engine.SetImage(image.data, image.cols, image.rows, 1, static_cast<int>(image.step));
-        engine.SetSourceResolution(300);
-        std::vector<Word> words;
-        if (engine.Recognize(nullptr) != 0) {
-            return words;
-        }
-        for (std::vector<Word>& part : textLines(engine, false, {}, scale)) {
-            std::move(part.begin(), part.end(), std::back_inserter(words));
-        }
-        // The engine now and then gives a character a box from the top of the image to its bottom,
-        // margins and all; lines set close together then seem to overlap. No box reaches past the
-        // line's print.
-        const auto [top, bottom] = inkRows(image);
-        const int slack = image.rows / 24; // anti-aliased edges fall under Otsu's threshold
-        const int first = static_cast<int>(std::floor((top - slack) / scale)),
-                  last = static_cast<int>(std::ceil((bottom + slack) / scale));
-        for (Word& word : words) {
-            for (auto& [text, glyph] : word.glyphs) {
-                const int y0 = std::max(glyph.y, first), y1 = std::min(glyph.y + glyph.height, last);
-                if (y1 > y0) {
-                    glyph.y = y0;
-                    glyph.height = y1 - y0;
-                }
-            }
-            word.box = word.glyphs.front().second;
-            for (const auto& glyph : word.glyphs) {
-                word.box |= glyph.second;
-            }
-        }
-        return words;
-    };
+    auto read = [&](const cv::Mat& image) { return readImage(engine, image, scale); };
     std::vector<Word> words = read(sized);
+    cv::Mat kept = sized;
     // A weak reading (unsure, or explaining only part of what the detector found) is read again, the
     // surer reading kept: with the engine's own inverted second look, which reads light print on a
     // dark band and some pale coloured print; sharpened and stretched to full contrast, since
     // blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
     // the engine's binarisation nothing to read; and in one colour channel (below).
     if (meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) {
-        auto keepSurer = [&](std::vector<Word> again) {
+        auto keepSurer = [&](const cv::Mat& image) {
+            std::vector<Word> again = read(image);
             if (meanConfidence(again) > meanConfidence(words)) {
                 words = std::move(again);
+                kept = image;
             }
         };
         engine.SetVariable("invert_threshold", inverseLook);
-        keepSurer(read(sized));
+        keepSurer(sized);
         // The sharpened and colour readings go without it: the same fields were masked without, and
         // each inverted look is a second pass of the network.
         engine.SetVariable("invert_threshold", "0");
@@ -659,7 +774,7 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
         cv::GaussianBlur(sized, blurred, cv::Size(), 3);
         cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
         cv::normalize(sharp, sharp, 0, 255, cv::NORM_MINMAX);
-        keepSurer(read(sharp));
+        keepSurer(sharp);
         // Coloured print on a coloured ground (a state's name in red over a pale blue pattern) can
         // lose its contrast in grey; the colour channel that parts ink from ground best is read too.
         cv::Mat colour;
@@ -680,11 +795,10 @@ std::vector<Word> readLine(tesseract::TessBaseAPI& engine, const TextDetector::L
             if (2 * static_cast<std::size_t>(cv::countNonZero(upper)) < upper.total()) {
                 cv::bitwise_not(chosen, chosen);
             }
-            keepSurer(read(chosen));
+            keepSurer(chosen);
         }
     }
-    toPage(words, level.toPage);
-    return words;
+    return LineReading{std::move(words), kept, scale};
 }
 
 // The Latin model reads many of OCR-B's fillers as "K". The two differ where a reader looks first: a
@@ -769,28 +883,28 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     for (std::size_t i = 0; i < detected.size(); ++i) {
         overturned[i] = TextDetector::levelsUpsideDown(page, detected[i]);
     }
-    std::vector<std::vector<Word>> readings(detected.size());
-    std::atomic<std::size_t> next{0};
-    auto read = [&] {
-        Engine engine = pool().take(languages);
-        engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
-        for (std::size_t i = next++; i < detected.size(); i = next++) {
-            TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
-            if (level.image.empty()) {
-                continue;
+    std::vector<LineReading> readings(detected.size());
+    std::vector<cv::Mat> toPages(detected.size());
+    // `work(engine, i)` for every line i, by `readers` threads taking lines in turn; `engine()` gives
+    // the thread's engine of `models`, taken when first asked for.
+    auto shared = [&](const std::string& models, const auto& work) {
+        std::atomic<std::size_t> next{0};
+        auto read = [&] {
+            Engine engine;
+            auto reader = [&]() -> tesseract::TessBaseAPI& {
+                if (!engine) {
+                    engine = pool().take(models);
+                    engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
+                }
+                return *engine;
+            };
+            for (std::size_t i = next++; i < detected.size(); i = next++) {
+                work(reader, i);
             }
-            if (overturned[i]) {
-                level = TextDetector::turnedOver(level);
+            if (engine) {
+                pool().give(models, std::move(engine));
             }
-            std::vector<Word> words = readLine(*engine, level, lineHeight);
-            if (!words.empty() && zoneCandidate(zoneCount(words))) {
-                words = zoneLine(page, std::move(words));
-            }
-            readings[i] = std::move(words);
-        }
-        pool().give(languages, std::move(engine));
-    };
-    {
+        };
         // The helpers' futures wait for them on every way out of this block, exceptions included.
         std::vector<std::future<void>> helpers;
         for (int r = 1; r < readers; ++r) {
@@ -800,13 +914,44 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         for (auto& helper : helpers) {
             helper.get();
         }
+    };
+    shared(languages, [&](const auto& engine, std::size_t i) {
+        TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
+        if (level.image.empty()) {
+            return;
+        }
+        if (overturned[i]) {
+            level = TextDetector::turnedOver(level);
+        }
+        readings[i] = readLine(engine(), level, lineHeight);
+        toPages[i] = level.toPage;
+    });
+    // Only where the Latin model is one of several read together.
+    const bool mixed = languages.find("eng") != std::string::npos && languages.find('+') != std::string::npos;
+    Scripts pageScripts;
+    for (const LineReading& reading : readings) {
+        const Scripts count = scripts(reading.words);
+        pageScripts.latin += count.latin;
+        pageScripts.foreign += count.foreign;
     }
+    shared("eng", [&](const auto& engine, std::size_t i) {
+        std::vector<Word>& words = readings[i].words;
+        const Scripts count = scripts(words);
+        if (mixed && count.foreign > 0 &&
+            (mostlyLatin(pageScripts, latinPage) || mostlyLatin(count, latinLine))) {
+            settleInLatin(words, readImage(engine(), readings[i].image, readings[i].scale));
+        }
+        toPage(words, toPages[i]);
+        if (!words.empty() && zoneCandidate(zoneCount(words))) {
+            words = zoneLine(page, std::move(words));
+        }
+    });
     // Each detected line's reading, as lines of text; a zone row read by the zone's reader takes the
     // place of its pieces, at the place of the first.
     std::vector<std::vector<Line>> lines(detected.size());
     std::vector<FoundLine> found;
     for (std::size_t i = 0; i < detected.size(); ++i) {
-        std::vector<Word>& words = readings[i];
+        std::vector<Word>& words = readings[i].words;
         if (words.empty()) {
             continue;
         }
