@@ -604,6 +604,12 @@ double separation(const cv::Mat& grey) {
 struct Scripts {
     int latin = 0;
     int foreign = 0;
+
+    Scripts& operator+=(const Scripts& other) {
+        latin += other.latin;
+        foreign += other.foreign;
+        return *this;
+    }
 };
 
 Scripts scripts(const Word& word) {
@@ -632,9 +638,7 @@ constexpr double latinLine = 0.6;
 Scripts scripts(const std::vector<Word>& words) {
     Scripts total;
     for (const Word& word : words) {
-        const Scripts count = scripts(word);
-        total.latin += count.latin;
-        total.foreign += count.foreign;
+        total += scripts(word);
     }
     return total;
 }
@@ -928,15 +932,14 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     });
     // Only where the Latin model is one of several read together.
     const bool mixed = languages.find("eng") != std::string::npos && languages.find('+') != std::string::npos;
+    std::vector<Scripts> lineScripts;
     Scripts pageScripts;
     for (const LineReading& reading : readings) {
-        const Scripts count = scripts(reading.words);
-        pageScripts.latin += count.latin;
-        pageScripts.foreign += count.foreign;
+        pageScripts += lineScripts.emplace_back(scripts(reading.words));
     }
     shared("eng", [&](const auto& engine, std::size_t i) {
         std::vector<Word>& words = readings[i].words;
-        const Scripts count = scripts(words);
+        const Scripts& count = lineScripts[i];
         if (mixed && count.foreign > 0 &&
             (mostlyLatin(pageScripts, latinPage) || mostlyLatin(count, latinLine))) {
             settleInLatin(words, readImage(engine(), readings[i].image, readings[i].scale));
