@@ -1078,19 +1078,10 @@ std::vector<Box> detectFaces(const Bitmap& image) {
     // Six neighbours keep guilloche patterns and lettering from passing for faces.
     cascade.detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestFace, smallestFace));
     // A page where it finds none is searched once more by OpenCV's other frontal cascade, which finds
-    // portraits photographed in hand, tilted and lit unevenly, that this one misses; on a smaller copy
-    // (900 pixels), which found the same portraits as a full-size search at a fraction of its time.
+    // portraits photographed in hand, tilted and lit unevenly, that this one misses.
     if (found.empty()) {
-        constexpr double fallbackSide = 900;
-        const double shrink = std::min(1.0, fallbackSide / std::max(grey.cols, grey.rows));
-        cv::Mat small;
-        cv::resize(grey, small, cv::Size(), shrink, shrink, cv::INTER_AREA);
         loaded(second, "haarcascade_frontalface_default.xml")
-            .detectMultiScale(small, found, 1.1, 6, 0, cv::Size(24, 24));
-        for (cv::Rect& r : found) {
-            r = cv::Rect(static_cast<int>(r.x / shrink), static_cast<int>(r.y / shrink),
-                         static_cast<int>(r.width / shrink), static_cast<int>(r.height / shrink));
-        }
+            .detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestFace, smallestFace));
     }
     for (const cv::Rect& ghost : ghostsOf(grey, found)) {
         found.push_back(ghost);
