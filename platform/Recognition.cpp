@@ -647,10 +647,19 @@ bool mostlyLatin(const Scripts& count, double share) {
     return count.latin > 0 && count.latin >= share * (count.latin + count.foreign);
 }
 
+// The width two boxes share across.
+int sharedWidth(const cv::Rect& a, const cv::Rect& b) {
+    return std::min(a.x + a.width, b.x + b.width) - std::max(a.x, b.x);
+}
+
 // Each word of the Latin reading goes to the word of the first reading it shares most of its width
 // with (the nearer middle deciding a tie); a foreign word that receives any is replaced by them, and
 // one that receives none stays as it is.
 void settleInLatin(std::vector<Word>& words, const std::vector<Word>& latin) {
+    std::vector<char> foreign(words.size());
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        foreign[i] = scripts(words[i]).foreign > 0;
+    }
     std::vector<std::vector<const Word*>> received(words.size());
     for (const Word& other : latin) {
         std::size_t best = words.size();
@@ -658,8 +667,7 @@ void settleInLatin(std::vector<Word>& words, const std::vector<Word>& latin) {
         double bestApart = 0;
         for (std::size_t i = 0; i < words.size(); ++i) {
             const cv::Rect& box = words[i].box;
-            const int shared =
-                std::min(box.x + box.width, other.box.x + other.box.width) - std::max(box.x, other.box.x);
+            const int shared = sharedWidth(box, other.box);
             const double apart = std::abs((box.x + box.width / 2.0) - (other.box.x + other.box.width / 2.0));
             if (shared > bestShared || (shared == bestShared && shared > 0 && apart < bestApart)) {
                 best = i;
@@ -673,32 +681,26 @@ void settleInLatin(std::vector<Word>& words, const std::vector<Word>& latin) {
     }
     // A Latin word that the words taken over reach across ("16HGT5-09" for "16нНСТ" and "5-09") goes,
     // or it would be read twice.
-    auto takenOver = [&](const Word& word) {
+    auto takenOver = [&](const cv::Rect& box) {
         int covered = 0;
         for (std::size_t i = 0; i < words.size(); ++i) {
-            if (scripts(words[i]).foreign == 0) {
+            if (!foreign[i]) {
                 continue;
             }
             for (const Word* other : received[i]) {
-                covered +=
-                    std::max(0, std::min(word.box.x + word.box.width, other->box.x + other->box.width) -
-                                    std::max(word.box.x, other->box.x));
+                covered += std::max(0, sharedWidth(box, other->box));
             }
         }
-        return 2 * covered > word.box.width;
+        return 2 * covered > box.width;
     };
     std::vector<Word> settled;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        if (scripts(words[i]).foreign == 0) {
-            if (!takenOver(words[i])) {
-                settled.push_back(std::move(words[i]));
-            }
-        } else if (received[i].empty()) {
-            settled.push_back(std::move(words[i]));
-        } else {
+        if (foreign[i] && !received[i].empty()) {
             for (const Word* other : received[i]) {
                 settled.push_back(*other);
             }
+        } else if (foreign[i] || !takenOver(words[i].box)) {
+            settled.push_back(std::move(words[i]));
         }
     }
     words = std::move(settled);
