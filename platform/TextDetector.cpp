@@ -19,22 +19,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A network is not safe to run from two threads at once, so each thread loads its own (about 40 ms).
-// OpenCV 4.6 fixes the sizes inside an ONNX network's resize layers on its first run: one loaded
-// network serves one input size, and another size loads it again.
-cv::dnn::Net& network(const std::string& name, cv::Size input) {
-    struct Loaded {
-        cv::dnn::Net net;
-        cv::Size input;
-    };
-    thread_local std::map<std::string, Loaded> loaded;
-    Loaded& slot = loaded[name];
-    if (slot.net.empty() || slot.input != input) {
-        slot.net = cv::dnn::readNetFromONNX(modelFile(name).string());
-        slot.net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
-        slot.input = input;
+// A network is not safe to run from two threads at once, so each thread loads its own, once. One
+// loaded network serves inputs of every size: the model conversion folds what OpenCV 4.6 would fold
+// again at each new size (tools/models/convert_text_detector.py).
+cv::dnn::Net& network(const std::string& name) {
+    thread_local std::map<std::string, cv::dnn::Net> loaded;
+    cv::dnn::Net& net = loaded[name];
+    if (net.empty()) {
+        net = cv::dnn::readNetFromONNX(modelFile(name).string());
+        net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     }
-    return slot.net;
+    return net;
 }
 
 // The detector's normalisation, as it was trained (ImageNet statistics on 0..1 values, BGR order).
@@ -172,7 +167,7 @@ float classified(const cv::Mat& line) {
     cv::cvtColor(sized, bgr, cv::COLOR_RGB2BGR);
     // This classifier takes values in -1..1.
     bgr.convertTo(canvas(cv::Rect(0, 0, width, directionHeight)), CV_32FC3, 2.0 / 255, -1.0);
-    cv::dnn::Net& net = network("text-direction.onnx", canvas.size());
+    cv::dnn::Net& net = network("text-direction.onnx");
     net.setInput(cv::dnn::blobFromImage(canvas));
     const cv::Mat out = net.forward();
     return out.ptr<float>()[1];
@@ -259,7 +254,7 @@ std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side) {
     const double scale = std::min(2.0, static_cast<double>(side) / std::max(rgb.cols, rgb.rows));
     const int width = std::max(32, static_cast<int>(std::lround(rgb.cols * scale / 32)) * 32);
     const int height = std::max(32, static_cast<int>(std::lround(rgb.rows * scale / 32)) * 32);
-    cv::dnn::Net& net = network("text-lines.onnx", cv::Size(width, height));
+    cv::dnn::Net& net = network("text-lines.onnx");
     net.setInput(normalisedBlob(rgb, cv::Size(width, height), {0.485, 0.456, 0.406}, {0.229, 0.224, 0.225}));
     const cv::Mat out = net.forward();
     const cv::Mat probability(out.size[2], out.size[3], CV_32F, const_cast<float*>(out.ptr<float>()));

