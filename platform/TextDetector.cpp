@@ -297,21 +297,32 @@ int uprightTurns(const cv::Mat& page, int side) {
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return longSide(a) > longSide(b); });
     found.resize(std::min(found.size(), directionLines));
-    double flipped = 0, total = 0;
+    std::vector<cv::Mat> levelled;
+    double unjudged = 0;
     for (const cv::RotatedRect& l : found) {
-        if (!across(l)) {
-            continue;
+        if (across(l)) {
+            if (cv::Mat image = level(small, l).image; !image.empty()) {
+                unjudged += image.cols;
+                levelled.push_back(std::move(image));
+            }
         }
-        const LevelLine line = level(small, l);
-        if (line.image.empty()) {
-            continue;
-        }
-        const Vote vote = upsideDown(line.image);
-        flipped += vote.flipped;
-        total += vote.total;
     }
     // Upside down only on a clear majority: an upright page must never be turned by a doubt.
-    if (total > 0 && flipped > 0.6 * total) {
+    constexpr double majority = 0.6;
+    double flipped = 0, total = 0;
+    for (const cv::Mat& image : levelled) {
+        // A line adds at most its length to the votes for and to all votes; once the lines not yet
+        // judged could not change the outcome either way, they are not judged.
+        const double lead = flipped - majority * total;
+        if (lead + (1 - majority) * unjudged <= 0 || lead - majority * unjudged > 0) {
+            break;
+        }
+        const Vote vote = upsideDown(image);
+        flipped += vote.flipped;
+        total += vote.total;
+        unjudged -= image.cols;
+    }
+    if (total > 0 && flipped > majority * total) {
         turns += 2;
     }
     return turns % 4;
