@@ -48,7 +48,9 @@ def fold_transposed_convolutions(graph, values):
     dropped, replaced, constants = set(), {}, []
     for node in graph.node:
         add = only_user(node, "Add") if node.op_type == "ConvTranspose" and len(node.input) == 2 else None
-        if add is None:
+        attributes = {a.name: helper.get_attribute_value(a) for a in node.attribute}
+        # Per output channel; the weights hold (input channels, output channels / group, kh, kw).
+        if add is None or attributes.get("group", 1) != 1:
             continue
         bias_name = add.input[1] if add.input[0] == node.output[0] else add.input[0]
         if bias_name not in values or node.input[1] not in values:
@@ -61,7 +63,6 @@ def fold_transposed_convolutions(graph, values):
             epsilon = next((helper.get_attribute_value(a) for a in norm.attribute if a.name == "epsilon"), 1e-5)
             gamma, beta, mean, variance = (values[norm.input[k]].astype(np.float64) for k in range(1, 5))
             factor = gamma / np.sqrt(variance + epsilon)
-            # ConvTranspose weights are (input channels, output channels / group, kh, kw).
             weights = weights * factor.reshape(1, -1, 1, 1)
             bias = (bias - mean) * factor + beta
             last = norm
@@ -72,9 +73,9 @@ def fold_transposed_convolutions(graph, values):
             tensor = numpy_helper.from_array(array.astype(np.float32), node.name + suffix)
             constants.append(helper.make_node("Constant", [], [tensor.name], value=tensor))
             folded.append(tensor.name)
-        attributes = {a.name: helper.get_attribute_value(a) for a in node.attribute}
-        replaced[node.output[0]] = helper.make_node("ConvTranspose", [node.input[0]] + folded, list(last.output),
-                                              name=node.name, **attributes)
+        replaced[node.output[0]] = helper.make_node(
+            "ConvTranspose", [node.input[0]] + folded, list(last.output), name=node.name, **attributes
+        )
     return constants + [replaced.get(n.output[0], n) for n in graph.node if n.output[0] not in dropped]
 
 
