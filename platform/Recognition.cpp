@@ -428,11 +428,15 @@ void markZone(std::vector<FoundLine>& found) {
         f.zone = (f.count.fillers >= 2 && f.count.all >= 20) || f.count.fillers >= 4;
     }
     // Rows of the zone the detector cut into pieces: whatever continues a zone line on its row, closer
-    // than two line heights, belongs to it, however it was read.
+    // than two line heights, belongs to it, however it was read; so does a piece as tall as it further
+    // right, however far: nothing else is printed on a zone's rows, and the detector can miss a long
+    // faint run of fillers before the closing piece, which the Latin model alone reads as letters.
     auto continues = [](const FoundLine& f, const FoundLine& z) {
         const int rise = std::min(f.box.br().y, z.box.br().y) - std::max(f.box.y, z.box.y);
         const int gap = std::max(f.box.x, z.box.x) - std::min(f.box.br().x, z.box.br().x);
-        return rise > 0.5 * std::min(f.box.height, z.box.height) && gap < 2 * z.box.height;
+        const bool closing =
+            f.box.x >= z.box.br().x && std::abs(f.box.height - z.box.height) < 0.4 * z.box.height;
+        return rise > 0.5 * std::min(f.box.height, z.box.height) && (gap < 2 * z.box.height || closing);
     };
     // Lines right above or below a zone line, as long and as tall, read mostly in the zone's alphabet;
     // one as wide as the zone line may have lost most of its characters to glare and still be one.
@@ -634,6 +638,11 @@ Scripts scripts(const Word& word) {
 // under these shares, and its lines in the other script keep it.
 constexpr double latinPage = 0.8;
 constexpr double latinLine = 0.6;
+// A page whose first lines in reading order hold at least this many letters, at least this share of
+// them Latin, is Latin print; a bilingual document's first lines are far from it.
+constexpr std::size_t sampleLines = 8;
+constexpr int sampleLetters = 20;
+constexpr double latinSample = 0.9;
 
 Scripts scripts(const std::vector<Word>& words) {
     Scripts total;
@@ -891,24 +900,26 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     }
     std::vector<LineReading> readings(detected.size());
     std::vector<cv::Mat> toPages(detected.size());
-    // `work(engine, i)` for every line i, by `readers` threads taking lines in turn; `engine()` gives
-    // the thread's engine of `models`, taken when first asked for.
-    auto shared = [&](const std::string& models, const auto& work) {
-        std::atomic<std::size_t> next{0};
+    // `work(engine, i)` for every line i from `from` to before `to`, by `readers` threads taking lines
+    // in turn; `engine(models)` gives the thread's engine of those models, taken when first asked for.
+    auto shared = [&](const auto& work, std::size_t from, std::size_t to) {
+        to = std::min(to, detected.size());
+        std::atomic<std::size_t> next{from};
         auto read = [&] {
-            Engine engine;
-            auto reader = [&]() -> tesseract::TessBaseAPI& {
-                if (!engine) {
-                    engine = pool().take(models);
-                    engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
+            std::map<std::string, Engine> engines;
+            auto engine = [&](const std::string& models) -> tesseract::TessBaseAPI& {
+                Engine& taken = engines[models];
+                if (!taken) {
+                    taken = pool().take(models);
+                    taken->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
                 }
-                return *engine;
+                return *taken;
             };
-            for (std::size_t i = next++; i < detected.size(); i = next++) {
-                work(reader, i);
+            for (std::size_t i = next++; i < to; i = next++) {
+                work(engine, i);
             }
-            if (engine) {
-                pool().give(models, std::move(engine));
+            for (auto& [models, taken] : engines) {
+                pool().give(models, std::move(taken));
             }
         };
         // The helpers' futures wait for them on every way out of this block, exceptions included.
@@ -921,7 +932,8 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
             helper.get();
         }
     };
-    shared(languages, [&](const auto& engine, std::size_t i) {
+    std::string readWith = languages;
+    auto readFirst = [&](const auto& engine, std::size_t i) {
         TextDetector::LevelLine level = TextDetector::level(page, detected[i]);
         if (level.image.empty()) {
             return;
@@ -929,28 +941,41 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         if (overturned[i]) {
             level = TextDetector::turnedOver(level);
         }
-        readings[i] = readLine(engine(), level, lineHeight);
+        readings[i] = readLine(engine(readWith), level, lineHeight);
         toPages[i] = level.toPage;
-    });
+    };
     // Only where the Latin model is one of several read together.
     const bool mixed = languages.find("eng") != std::string::npos && languages.find('+') != std::string::npos;
+    // The page's first lines are read by every model; when they are Latin print, so is the rest of the
+    // page, by the Latin model alone. The others would only be asked about its doubtful words, at the
+    // price of a reading each, and what they answer there is look-alikes that are read again in Latin.
+    shared(readFirst, 0, sampleLines);
+    Scripts sampled;
+    for (std::size_t i = 0; i < std::min(sampleLines, readings.size()); ++i) {
+        sampled += scripts(readings[i].words);
+    }
+    if (mixed && sampled.latin >= sampleLetters && mostlyLatin(sampled, latinSample)) {
+        readWith = "eng";
+    }
+    shared(readFirst, sampleLines, detected.size());
     std::vector<Scripts> lineScripts;
     Scripts pageScripts;
     for (const LineReading& reading : readings) {
         pageScripts += lineScripts.emplace_back(scripts(reading.words));
     }
-    shared("eng", [&](const auto& engine, std::size_t i) {
+    auto settle = [&](const auto& engine, std::size_t i) {
         std::vector<Word>& words = readings[i].words;
         const Scripts& count = lineScripts[i];
         if (mixed && count.foreign > 0 &&
             (mostlyLatin(pageScripts, latinPage) || mostlyLatin(count, latinLine))) {
-            settleInLatin(words, readImage(engine(), readings[i].image, readings[i].scale));
+            settleInLatin(words, readImage(engine("eng"), readings[i].image, readings[i].scale));
         }
         toPage(words, toPages[i]);
         if (!words.empty() && zoneCandidate(zoneCount(words))) {
             words = zoneLine(page, std::move(words));
         }
-    });
+    };
+    shared(settle, 0, detected.size());
     // Each detected line's reading, as lines of text; a zone row read by the zone's reader takes the
     // place of its pieces, at the place of the first.
     std::vector<std::vector<Line>> lines(detected.size());

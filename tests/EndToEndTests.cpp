@@ -366,6 +366,40 @@ TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
     EXPECT_EQ(zone[1], "X4RTBPFW46FRA8507147F3301018<<<<<<<<<<<<<<04");
 }
 
+// A zone whose closing fillers are too faint for the detector reaches the reader as pieces far apart
+// on its rows, the last one only the check digits ("06"), which read as no zone text at all. The
+// zone's mask must still reach them.
+TEST(Recognition, AZoneReachesItsCheckDigitsAcrossFaintFillers) {
+    QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf");
+    QFont font("OCR B");
+    font.setPixelSize(40);
+    const int advance = QFontMetrics(font).horizontalAdvance(QString(10, 'M')) / 10;
+    QImage canvas(advance * 48, 400, QImage::Format_RGB32);
+    canvas.fill(QColor(236, 238, 232));
+    QPainter p(&canvas);
+    p.setFont(font);
+    // Each row: its dark start, then fillers in ink barely darker than the paper, then a dark end.
+    auto row = [&](int y, const std::string& line, std::size_t dark, std::size_t closing) {
+        const std::size_t tail = line.size() - closing;
+        p.setPen(QColor(20, 20, 24));
+        p.drawText(2 * advance, y, QString::fromStdString(line.substr(0, dark)));
+        p.drawText(advance * static_cast<int>(2 + tail), y, QString::fromStdString(line.substr(tail)));
+        p.setPen(QColor(228, 230, 224));
+        p.drawText(advance * static_cast<int>(2 + dark), y,
+                   QString::fromStdString(line.substr(dark, tail - dark)));
+    };
+    row(200, "P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 26, 0);
+    row(262, "L898902C36UTO7408122F1204159<<<<<<<<<<<<<<06", 30, 2);
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US", "ru-RU", "el-GR"});
+    ASSERT_FALSE(result.zones.empty());
+    double right = 0;
+    for (const auto& box : result.zones) {
+        right = std::max(right, box.x + box.width);
+    }
+    EXPECT_GE(right * canvas.width(), advance * 46 - 2);
+}
+
 TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
     const auto result = platform::Recognition::recognize(
         printed(1600, 400, {{80, 200, 40, "Date of birth"}, {1000, 200, 40, "Date of expiry"}}), {"en-US"});
@@ -406,6 +440,29 @@ TEST(Recognition, GreekAndCyrillicLinesComeBackInTheirOwnScript) {
     }
     // The Ukrainian caption's short "на" still comes back as Latin "Ha"; its long word must not.
     for (const std::string& expected : {lines[0], lines[1], lines[2], std::string("родження")}) {
+        EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
+    }
+}
+
+// A page read on by the Latin model alone once its first lines are Latin print must not be a bilingual
+// one: a Russian page's captions pair both scripts from the top, and its Cyrillic values further
+// down would otherwise come back as Latin look-alikes ("TOPO, MOCKBA").
+TEST(Recognition, ABilingualPageKeepsItsOtherScriptPastItsFirstLines) {
+    const std::vector<std::string> lines{
+        "РОССИЙСКАЯ ФЕДЕРАЦИЯ",    "PASSPORT",   "Фамилия / Surname", "IVANOVA",
+        "Имя / Given names",       "MARIIA",     "Пол / Sex",         "F",
+        "Date of birth",           "01.02.1985", "Place of birth",    "ГОРОД МОСКВА",
+        "Орган, выдавший документ"};
+    std::vector<Print> pieces;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        pieces.push_back({100, static_cast<int>(90 + 70 * i), 32, QString::fromStdString(lines[i])});
+    }
+    const auto result = platform::Recognition::recognize(printed(1200, 1020, pieces), {"en-US", "ru-RU"});
+    std::string text;
+    for (const auto& line : result.lines) {
+        text += line.text + "\n";
+    }
+    for (const char* expected : {"МОСКВА", "документ"}) {
         EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
     }
 }
