@@ -12,6 +12,15 @@ weights each time the network is set up for an input size, so that from the seco
 applied twice and the detector's map is wrong. They are folded here once instead (the same sums, in
 double precision), so that one loaded network serves pages of every size.
 
+The detector's backbone follows each convolution with a learned scale and shift, and each activation
+with another: four layers a convolution in OpenCV, each a pass over a large map. The first pair is
+folded into the convolution; the second into the pointwise convolutions that read it, or, before a
+padded convolution (whose border would then see the shift instead of zeros), made one per-channel
+scaling. The same sums, in double precision; the map differs from the published network's by about
+1e-5. OpenCV imports the squeeze-and-excitation products (a map times a per-channel gate) as fast
+per-channel scaling only when it knows the input's shape at import: --shape declares one, and the
+network still takes inputs of every size.
+
     convert_text_detector.py SOURCE.onnx OUTPUT.onnx [--shape N,C,H,W]
 """
 
@@ -79,6 +88,112 @@ def fold_transposed_convolutions(graph, values):
     return constants + [replaced.get(n.output[0], n) for n in graph.node if n.output[0] not in dropped]
 
 
+def fold_scalar_affines(nodes, values):
+    """Folds each scalar Mul-then-Add that follows a convolution into it, and each that follows
+    anything else (an activation, or its division by a constant) into the pointwise convolutions
+    reading it, or else into one BatchNormalization of per-channel constants."""
+
+    def scalar(name):
+        array = values.get(name)
+        return float(array.reshape(-1)[0]) if array is not None and array.size == 1 else None
+
+    def attributes(node):
+        return {a.name: helper.get_attribute_value(a) for a in node.attribute}
+
+    def constant(name, array):
+        tensor = numpy_helper.from_array(array.astype(np.float32), name)
+        values[name] = array.astype(np.float32)
+        return helper.make_node("Constant", [], [name], value=tensor), name
+
+    def pointwise(node):
+        a = attributes(node)
+        return (node.op_type == "Conv" and node.input[1] in values and list(a.get("kernel_shape", [])) == [1, 1]
+                and not any(a.get("pads", [0])) and a.get("group", 1) == 1)
+
+    constants = []
+    folds = 0
+    while True:
+        users, producer = {}, {}
+        for node in nodes:
+            for name in node.input:
+                users.setdefault(name, []).append(node)
+            producer[node.output[0]] = node
+
+        def only_user(node, op_type):
+            following = users.get(node.output[0], [])
+            return following[0] if len(following) == 1 and following[0].op_type == op_type else None
+
+        def scale_and_shift(node):
+            mul = only_user(node, "Mul")
+            add = only_user(mul, "Add") if mul is not None else None
+            if add is None:
+                return None
+            c = scalar(mul.input[1] if mul.input[0] == node.output[0] else mul.input[0])
+            d = scalar(add.input[1] if add.input[0] == mul.output[0] else add.input[0])
+            return None if c is None or d is None else (mul, add, c, d)
+
+        def channels(name):
+            node = producer.get(name)
+            while node is not None and node.op_type != "Conv":
+                node = producer.get(node.input[0])
+            return None if node is None or node.input[1] not in values else values[node.input[1]].shape[0]
+
+        change = None
+        for node in nodes:
+            if node.op_type == "Constant" or any(name in values for name in node.input[:1]):
+                continue
+            found = scale_and_shift(node)
+            if found is None:
+                continue
+            mul, add, c, d = found
+            folds += 1
+            key = f"{node.name or node.output[0]}.affine{folds}"
+            if node.op_type == "Conv" and node.input[1] in values:
+                weights = values[node.input[1]].astype(np.float64) * c
+                bias = values[node.input[2]].astype(np.float64) if len(node.input) > 2 else 0.0
+                w, wn = constant(key + ".weights", weights)
+                b, bn = constant(key + ".bias", bias * c + d + np.zeros(weights.shape[0]))
+                conv = helper.make_node("Conv", [node.input[0], wn, bn], list(add.output), name=node.name,
+                                        **attributes(node))
+                change = ({id(node): conv}, {id(mul), id(add)}, [w, b])
+                break
+            # A division by a constant before the scale is the same scale.
+            source, divide = node.output[0], None
+            if node.op_type == "Div" and scalar(node.input[1]):
+                source, divide, c = node.input[0], node, c / scalar(node.input[1])
+            following = users.get(add.output[0], [])
+            replaced, made = {}, []
+            if following and all(pointwise(f) and f.input[0] == add.output[0] for f in following):
+                for f in following:
+                    weights = values[f.input[1]].astype(np.float64)
+                    bias = values[f.input[2]].astype(np.float64) if len(f.input) > 2 else 0.0
+                    w, wn = constant(f"{key}.{f.output[0]}.weights", weights * c)
+                    b, bn = constant(f"{key}.{f.output[0]}.bias", bias + d * weights.sum(axis=(1, 2, 3)))
+                    replaced[id(f)] = helper.make_node("Conv", [source, wn, bn], list(f.output), name=f.name,
+                                                       **attributes(f))
+                    made += [w, b]
+            else:
+                count = channels(source)
+                if count is None:
+                    continue
+                epsilon = 1e-5
+                parameters = []
+                for suffix, value in (("scale", c), ("shift", d), ("mean", 0.0), ("variance", 1.0 - epsilon)):
+                    n, name = constant(f"{key}.{suffix}", np.full(count, value))
+                    made.append(n)
+                    parameters.append(name)
+                replaced[id(add)] = helper.make_node("BatchNormalization", [source] + parameters,
+                                                     list(add.output), name=key, epsilon=epsilon)
+            gone = {id(mul), id(add)} - set(replaced) | ({id(divide)} if divide is not None else set())
+            change = (replaced, gone, made)
+            break
+        if change is None:
+            return constants + nodes
+        replaced, gone, made = change
+        constants += made
+        nodes = [replaced.get(id(n), n) for n in nodes if id(n) not in gone or id(n) in replaced]
+
+
 def convert(source, output, shape=None):
     model = onnx.load(source)
     graph = model.graph
@@ -102,7 +217,7 @@ def convert(source, output, shape=None):
         rewritten.append(helper.make_node("Clip", [node.input[0]], list(node.output), name=node.name, **bounds))
     del graph.node[:]
     graph.node.extend(rewritten)
-    rewritten = fold_transposed_convolutions(graph, values)
+    rewritten = fold_scalar_affines(fold_transposed_convolutions(graph, values), values)
     used = {name for node in rewritten for name in node.input}
     kept = [n for n in rewritten if n.op_type != "Constant" or n.output[0] in used]
     del graph.node[:]

@@ -26,7 +26,8 @@ if [[ "$(sha1sum "$tarball" | cut -d' ' -f1)" != "$checksum" ]]; then
 fi
 tar -xzf "$tarball" -C "$scratch"
 mkdir -p "$out"
-/usr/bin/python3 "$here/convert_text_detector.py" "$scratch/package/assets/ch_PP-OCRv4_det_infer.onnx" "$out/.text-lines.onnx"
+/usr/bin/python3 "$here/convert_text_detector.py" "$scratch/package/assets/ch_PP-OCRv4_det_infer.onnx" "$out/.text-lines.onnx" \
+    --shape 1,3,1280,1280
 /usr/bin/python3 "$here/convert_text_detector.py" "$scratch/package/assets/ch_ppocr_mobile_v2.0_cls_infer.onnx" \
     "$out/.text-direction.onnx" --shape 1,3,48,192
 cp "$here/MODELS.txt" "$out/MODELS.txt"
