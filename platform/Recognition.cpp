@@ -63,10 +63,13 @@ constexpr int zoneHeight = 40;
 // missed; they are found by matching the portrait itself (ghostsOf). A search at twice this size
 // found them with the cascade for 80% more processor time.
 constexpr int faceSide = 800;
-// The smallest face the first search looks for, at that size (3% of the longer side): smaller faces
+// The smallest face the first search looks for, at that size (4% of the longer side): smaller faces
 // are ghost portraits (the smallest found on real specimens and generated ones were 2.7% of it),
-// which the portrait matching finds, and the smallest windows were most of the search's time.
-constexpr int smallestFace = 24;
+// which the portrait matching finds, and the smallest windows were most of the search's time. The
+// second search, on a page where the first found none, looks for the portrait itself, which was 9% of
+// the side or more on every real specimen: from 6% up.
+constexpr int smallestFace = 32;
+constexpr int smallestPortrait = 48;
 // Text lines are searched with the page's longer side at this size, and each line found is read at
 // this height in pixels, its margins included.
 constexpr int detectionSide = 1280;
@@ -1108,7 +1111,7 @@ std::vector<Box> detectFaces(const Bitmap& image) {
     // portraits photographed in hand, tilted and lit unevenly, that this one misses.
     if (found.empty()) {
         loaded(second, "haarcascade_frontalface_default.xml")
-            .detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestFace, smallestFace));
+            .detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestPortrait, smallestPortrait));
     }
     for (const cv::Rect& ghost : ghostsOf(grey, found)) {
         found.push_back(ghost);
