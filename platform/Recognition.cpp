@@ -132,11 +132,15 @@ public:
         // that nothing of a document reaches a log.
         // Inversion off: the engine would read every line it is unsure of a second time inverted,
         // which on photos of documents is nearly every line; readLine asks for it on weak readings.
-        std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file",
-                                       "invert_threshold"};
-        std::vector<std::string> values{"0", "0", "/dev/null", "0"};
+        // The legacy classifier's table of ambiguous characters is not read: only that classifier
+        // uses it, and reading it was a sixth of a process's time on one page. Its loader skips it
+        // while ambiguity training is on, which is turned off at once: it changes what Recognize does.
+        std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file", "invert_threshold",
+                                       "tessedit_ambigs_training"};
+        std::vector<std::string> values{"0", "0", "/dev/null", "0", "1"};
         if (engine->Init(dataFolder().c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0,
-                         &names, &values, false) != 0) {
+                         &names, &values, false) != 0 ||
+            !engine->SetVariable("tessedit_ambigs_training", "0")) {
             throw RecognitionError("text recognition could not load its language data (" + languages +
                                    ") from " + dataFolder().string());
         }
