@@ -133,7 +133,7 @@ public:
         // Inversion off: the engine would read every line it is unsure of a second time inverted,
         // which on photos of documents is nearly every line; readLine asks for it on weak readings.
         // The legacy classifier's table of ambiguous characters is not read: only that classifier
-        // uses it, and reading it was a sixth of a process's time on one page. Its loader skips it
+        // uses it, and reading it was 6% of a one-page process's time. Its loader skips it
         // while ambiguity training is on, which is turned off at once: it changes what Recognize does.
         std::vector<std::string> names{"load_system_dawg", "load_freq_dawg", "debug_file", "invert_threshold",
                                        "tessedit_ambigs_training"};

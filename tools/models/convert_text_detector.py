@@ -140,7 +140,7 @@ def fold_scalar_affines(nodes, values):
 
         change = None
         for node in nodes:
-            if node.op_type == "Constant" or any(name in values for name in node.input[:1]):
+            if node.op_type == "Constant" or not node.input or node.input[0] in values:
                 continue
             found = scale_and_shift(node)
             if found is None:
