@@ -165,12 +165,24 @@ struct CenteringResult {
     bool operator==(const CenteringResult&) const = default;
 };
 
+// The slant taken out of an upright page photographed askew: the page, `width` x `height` before,
+// turned counter-clockwise by `degrees` about its centre onto a canvas grown to hold all of it.
+struct Skew {
+    double degrees = 0;
+    int width = 0;
+    int height = 0;
+
+    bool operator==(const Skew&) const = default;
+};
+
 struct LoadedDocument {
     Bitmap image;
     std::optional<std::string> software;
     CenteringResult centering;
     // Quarter turns clockwise that brought a page photographed on its side or upside down upright.
     int quarterTurns = 0;
+    // Then the slant that brought its lines level (0 degrees: none).
+    Skew skew;
 };
 
 struct Analysis {

@@ -133,16 +133,23 @@ LoadedDocument load(const std::filesystem::path& file, bool turnText) {
     }
     Centered centered = centerDocument(std::move(upright));
     Upright turned =
-        turnText ? turnUpright(std::move(centered.image)) : Upright{std::move(centered.image), 0};
-    return LoadedDocument{std::move(turned.image), properties.software, centered.result, turned.quarterTurns};
+        turnText ? turnUpright(std::move(centered.image)) : Upright{std::move(centered.image), 0, Skew{}};
+    return LoadedDocument{std::move(turned.image), properties.software, centered.result, turned.quarterTurns,
+                          turned.skew};
 }
 
 Upright turnUpright(Bitmap image) {
     const int turns = platform::Recognition::uprightTurns(image);
-    if (turns == 0) {
-        return Upright{std::move(image), 0};
+    if (turns != 0) {
+        image = platform::Recognition::turned(image, turns);
     }
-    return Upright{platform::Recognition::turned(image, turns), turns};
+    // A card photographed askew: its lines are read, zones cut into cells and captions paired with
+    // values along rows, all of which want the rows level.
+    const Skew skew{platform::Recognition::skewDegrees(image), image.width, image.height};
+    if (skew.degrees != 0) {
+        image = platform::Recognition::levelled(image, skew.degrees);
+    }
+    return Upright{std::move(image), turns, skew.degrees != 0 ? skew : Skew{}};
 }
 
 Centered centerDocument(Bitmap image) {

@@ -30,9 +30,11 @@ Centered centerDocument(Bitmap image);
 struct Upright {
     Bitmap image;
     int quarterTurns = 0;
+    Skew skew;
 };
 
-// The page turned by quarter turns so that its text reads upright, judged from its text lines.
+// The page turned by quarter turns so that its text reads upright, then by the slant of its lines so
+// that they run level, both judged from its text lines.
 Upright turnUpright(Bitmap image);
 
 // One recognition pass (text, faces, barcodes) over the upright image, then the assembly below.

@@ -116,7 +116,7 @@ ProcessedPDF process(const PDFDocument& document, RedactionPolicy policy, const 
         // PDF pages are never perspective-centred, but a page scanned sideways is turned upright.
         ImagePipeline::Upright upright = ImagePipeline::turnUpright(std::move(*page));
         LoadedDocument loaded{std::move(upright.image), std::nullopt, CenteringResult{false, 0},
-                              upright.quarterTurns};
+                              upright.quarterTurns, upright.skew};
         Analysis analysis = ImagePipeline::analyze(loaded);
         Bitmap cleaned = ImagePipeline::render(loaded.image, analysis.regions, policy, mark);
         writer.add(cleaned);

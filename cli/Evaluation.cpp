@@ -102,6 +102,7 @@ EvaluationReport evaluate(const fs::path& folder,
         Bitmap painted, source;
         bool straightened = false;
         int turns = 0;
+        Skew skew;
         Analysis analysis;
         try {
             const auto start = std::chrono::steady_clock::now();
@@ -112,6 +113,7 @@ EvaluationReport evaluate(const fs::path& folder,
             source = document.image;
             straightened = document.centering.applied;
             turns = document.quarterTurns;
+            skew = document.skew;
         } catch (const std::exception&) {
             ++report.failedImages;
             progress(name, false);
@@ -131,9 +133,16 @@ EvaluationReport evaluate(const fs::path& folder,
         // The annotation is of the photo as shown; when the document was straightened, the outline found
         // in that photo again (the search is deterministic) carries it into the painted image.
         // ... and the quarter turns that made it upright carry it on.
+        // ... and so does the turn that brought its lines level.
+        const std::optional<platform::Recognition::Levelling> levelling =
+            skew.degrees != 0
+                ? std::optional(platform::Recognition::levelling(skew.width, skew.height, skew.degrees))
+                : std::nullopt;
         const bool sideways = turns % 2 == 1;
-        const double unturnedWidth = sideways ? painted.height : painted.width;
-        const double unturnedHeight = sideways ? painted.width : painted.height;
+        const double turnedWidth = levelling ? skew.width : painted.width;
+        const double turnedHeight = levelling ? skew.height : painted.height;
+        const double unturnedWidth = sideways ? turnedHeight : turnedWidth;
+        const double unturnedHeight = sideways ? turnedWidth : turnedHeight;
         const int zoneMissesBefore =
             report.kinds["machineReadable"].fields - report.kinds["machineReadable"].masked;
         report.score(name, truth["fields"], painted, source, [&](double x, double y) {
@@ -144,14 +153,18 @@ EvaluationReport evaluate(const fs::path& folder,
             }
             switch (turns) {
             case 1:
-                return std::pair{unturnedHeight - p.second, p.first};
+                p = {unturnedHeight - p.second, p.first};
+                break;
             case 2:
-                return std::pair{unturnedWidth - p.first, unturnedHeight - p.second};
+                p = {unturnedWidth - p.first, unturnedHeight - p.second};
+                break;
             case 3:
-                return std::pair{p.second, unturnedWidth - p.first};
+                p = {p.second, unturnedWidth - p.first};
+                break;
             default:
-                return p;
+                break;
             }
+            return levelling ? levelling->map(p.first, p.second) : p;
         });
         report.tallyZoneAndCountry(truth, analysis,
                                    report.kinds["machineReadable"].fields -

@@ -1247,6 +1247,19 @@ Bitmap turned(const Bitmap& image, int quarterTurns) {
     return TextDetector::turned(image, quarterTurns);
 }
 
+double skewDegrees(const Bitmap& image) {
+    // Measured on the page recognition reads, whose lines are then found already.
+    return image.empty() ? 0 : TextDetector::skewDegrees(reduced(image, recognitionSide), detectionSide);
+}
+
+Levelling levelling(int width, int height, double degrees) {
+    return TextDetector::levelling(width, height, degrees);
+}
+
+Bitmap levelled(const Bitmap& image, double degrees) {
+    return TextDetector::levelled(image, degrees);
+}
+
 std::optional<Box> rangeBox(const Line& line, int location, int length) {
     std::optional<Box> box;
     double right = 0, top = 0;

@@ -6,9 +6,11 @@
 
 #include "Bitmap.h"
 
+#include <array>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace platform::Recognition {
@@ -74,6 +76,27 @@ int uprightTurns(const Bitmap& image);
 
 // The image turned by quarter turns clockwise.
 Bitmap turned(const Bitmap& image, int quarterTurns);
+
+// Degrees by which the lines of an upright image fall to the right (rise, when negative), as most of
+// its print agrees; 0 when they run level within a degree or do not agree. Throws RecognitionError
+// when the text line models are missing.
+double skewDegrees(const Bitmap& image);
+
+// An image of `width` x `height` turned counter-clockwise by `degrees` about its centre, onto a canvas
+// grown to hold all of it: the canvas's size, and where a point of the image lands on it.
+struct Levelling {
+    int width = 0;
+    int height = 0;
+    std::array<double, 6> affine{}; // row-major 2 x 3
+
+    std::pair<double, double> map(double x, double y) const noexcept {
+        return {affine[0] * x + affine[1] * y + affine[2], affine[3] * x + affine[4] * y + affine[5]};
+    }
+};
+Levelling levelling(int width, int height, double degrees);
+
+// The image so turned, the corners it uncovers white. The image itself when `degrees` is 0.
+Bitmap levelled(const Bitmap& image, double degrees);
 
 // The box of a UTF-16 range of a line: the union of the boxes of the symbols it touches; none when no
 // symbol lies in the range.

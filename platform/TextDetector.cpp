@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -88,13 +89,18 @@ std::vector<cv::RotatedRect> regions(const cv::Mat& probability, double sx, doub
     return found;
 }
 
-// The long side of a line, and whether it runs across the page rather than up it.
-bool across(const cv::RotatedRect& line) {
+// The long side of a line, as a vector from one of its ends, and whether it runs across the page
+// rather than up it.
+cv::Point2f along(const cv::RotatedRect& line) {
     std::array<cv::Point2f, 4> p;
     line.points(p.data());
     const cv::Point2f a = p[1] - p[0], b = p[2] - p[1];
-    const cv::Point2f along = cv::norm(a) >= cv::norm(b) ? a : b;
-    return std::abs(along.x) >= std::abs(along.y);
+    return cv::norm(a) >= cv::norm(b) ? a : b;
+}
+
+bool across(const cv::RotatedRect& line) {
+    const cv::Point2f side = along(line);
+    return std::abs(side.x) >= std::abs(side.y);
 }
 
 double longSide(const cv::RotatedRect& line) {
@@ -202,6 +208,11 @@ Vote upsideDown(const cv::Mat& line) {
 // heights say little about their direction.
 constexpr std::size_t directionLines = 12;
 constexpr double directionAspect = 3.0;
+
+// A page is levelled when its lines slant by at least this many degrees, and lines within this many
+// degrees of their common slant agree with it.
+constexpr double levelFrom = 1.0;
+constexpr double slantAgreement = 2.0;
 
 // The lines of the last few pages searched. Turning a page upright searches the very page that
 // recognition reads next, so the network runs once for both.
@@ -328,6 +339,46 @@ int uprightTurns(const cv::Mat& page, int side) {
     return turns % 4;
 }
 
+double skewDegrees(const cv::Mat& page, int side) {
+    if (page.empty()) {
+        return 0;
+    }
+    // Each line across the page long enough to tell its slant votes with its length: the angle of its
+    // long side, taken left to right, in degrees (positive: falling to the right).
+    std::vector<std::pair<double, double>> votes;
+    double all = 0;
+    for (const cv::RotatedRect& l : lines(page, side)) {
+        if (!across(l) || longSide(l) < directionAspect * shortSide(l)) {
+            continue;
+        }
+        cv::Point2f side = along(l);
+        if (side.x < 0) {
+            side = -side;
+        }
+        votes.emplace_back(std::atan2(side.y, side.x) * 180 / CV_PI, longSide(l));
+        all += longSide(l);
+    }
+    if (votes.empty()) {
+        return 0;
+    }
+    std::sort(votes.begin(), votes.end());
+    double median = votes.back().first, below = 0;
+    for (const auto& [angle, weight] : votes) {
+        below += weight;
+        if (2 * below >= all) {
+            median = angle;
+            break;
+        }
+    }
+    // The slant counts only where most of the print shares it: a photo's perspective fans its lines
+    // out a little, a page of mixed print (a stamp, a signature) does not agree at all.
+    double agreeing = 0;
+    for (const auto& [angle, weight] : votes) {
+        agreeing += std::abs(angle - median) <= slantAgreement ? weight : 0;
+    }
+    return std::abs(median) >= levelFrom && 2 * agreeing > all ? median : 0;
+}
+
 Bitmap turned(const Bitmap& image, int quarterTurns) {
     quarterTurns = ((quarterTurns % 4) + 4) % 4;
     if (quarterTurns == 0 || image.empty()) {
@@ -342,6 +393,36 @@ Bitmap turned(const Bitmap& image, int quarterTurns) {
                      : quarterTurns == 2 ? cv::ROTATE_180
                                          : cv::ROTATE_90_COUNTERCLOCKWISE;
     cv::rotate(source, target, code);
+    return result;
+}
+
+Recognition::Levelling levelling(int width, int height, double degrees) {
+    // OpenCV turns counter-clockwise for positive angles; a page falling to the right by `degrees`
+    // comes level turned that way by as much.
+    cv::Mat turn = cv::getRotationMatrix2D(cv::Point2f(width / 2.0f, height / 2.0f), degrees, 1.0);
+    const double c = std::abs(turn.at<double>(0, 0)), s = std::abs(turn.at<double>(0, 1));
+    Recognition::Levelling result;
+    result.width = static_cast<int>(std::ceil(width * c + height * s));
+    result.height = static_cast<int>(std::ceil(width * s + height * c));
+    turn.at<double>(0, 2) += (result.width - width) / 2.0;
+    turn.at<double>(1, 2) += (result.height - height) / 2.0;
+    std::copy(turn.begin<double>(), turn.end<double>(), result.affine.begin());
+    return result;
+}
+
+Bitmap levelled(const Bitmap& image, double degrees) {
+    if (degrees == 0 || image.empty()) {
+        return image;
+    }
+    const Recognition::Levelling level = levelling(image.width, image.height, degrees);
+    const cv::Mat source(image.height, image.width, CV_8UC3, const_cast<std::uint8_t*>(image.pixels.data()),
+                         image.rowBytes());
+    Bitmap result(level.width, level.height);
+    cv::Mat target(result.height, result.width, CV_8UC3, result.pixels.data(), result.rowBytes());
+    const cv::Mat turn(2, 3, CV_64F, const_cast<double*>(level.affine.data()));
+    // Corners the turn uncovers are white, as paper or a scanner's lid; black would pass for masks.
+    cv::warpAffine(source, target, turn, target.size(), cv::INTER_CUBIC, cv::BORDER_CONSTANT,
+                   cv::Scalar(255, 255, 255));
     return result;
 }
 

@@ -6,6 +6,7 @@
 // layer: recognition reads each line found here on its own.
 
 #include "Bitmap.h"
+#include "Recognition.h"
 
 #include <opencv2/core.hpp>
 
@@ -26,8 +27,16 @@ std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side);
 // tells upside down.
 int uprightTurns(const cv::Mat& page, int side);
 
+// The slant of an upright page's lines, searched at `side`: degrees by which they fall to the right
+// (rise, when negative), as most of its print agrees; 0 under a degree or without agreement.
+double skewDegrees(const cv::Mat& page, int side);
+
 // The image turned by quarter turns clockwise.
 Bitmap turned(const Bitmap& image, int quarterTurns);
+
+// The turn that levels a page of the given size whose lines fall by `degrees`, and the page so turned.
+Recognition::Levelling levelling(int width, int height, double degrees);
+Bitmap levelled(const Bitmap& image, double degrees);
 
 // A detected line's height: the shorter side of its rectangle.
 double shortSide(const cv::RotatedRect& line);

@@ -116,28 +116,36 @@ DrawnDocument zonePage(const std::vector<std::string>& zone, const ZoneLook& loo
     }
     p.end();
 
-    // Tilted about the page's centre; the fields' boxes go round with it (their bounding boxes).
+    // Tilted about the page's centre, on a grey table large enough to show all of it; the fields'
+    // boxes go round with it (their bounding boxes).
     QTransform turn;
     turn.translate(w / 2.0, h / 2.0).rotate(-look.tilt).translate(-w / 2.0, -h / 2.0);
-    QImage shown(w, h, QImage::Format_RGB32);
+    const QRect table = turn.mapRect(QRect(0, 0, w, h)).united(QRect(0, 0, w, h));
+    turn *= QTransform::fromTranslate(-table.x(), -table.y());
+    QImage shown(table.size(), QImage::Format_RGB32);
     shown.fill(QColor(120, 120, 120));
     QPainter q(&shown);
     q.setRenderHint(QPainter::SmoothPixmapTransform);
     q.setTransform(turn);
     q.drawImage(0, 0, canvas);
     q.end();
-    const double scale = static_cast<double>(look.pageWidth) / w;
+    const double scale = static_cast<double>(look.pageWidth) / table.width();
     shown = shown.scaledToWidth(look.pageWidth, Qt::SmoothTransformation);
 
     DrawnDocument document;
     document.image = toBitmap(shown);
     for (std::size_t i = 0; i < zone.size(); ++i) {
         const QRect r = turn.mapRect(boxes[i]);
+        std::vector<std::pair<double, double>> corners;
+        for (const QPointF& c : turn.map(QPolygonF(QRectF(boxes[i])))) {
+            corners.emplace_back(c.x() * scale / shown.width(), c.y() * scale / shown.height());
+        }
+        corners.resize(4); // the polygon closes on its first point
         document.fields.push_back(
             DrawnField{FieldKind::machineReadable,
                        Rect{r.x() * scale / shown.width(), r.y() * scale / shown.height(),
                             r.width() * scale / shown.width(), r.height() * scale / shown.height()},
-                       zone[i]});
+                       zone[i], corners});
     }
     return document;
 }

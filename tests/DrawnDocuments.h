@@ -13,6 +13,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testing_support {
@@ -21,6 +22,9 @@ struct DrawnField {
     FieldKind kind;
     Rect box;
     std::string text;
+    // On a page drawn askew: the corners of the field's own tilted rectangle, normalised like `box`
+    // (which bounds them), clockwise from its top-left.
+    std::vector<std::pair<double, double>> corners = {};
 };
 
 struct DrawnDocument {
