@@ -144,10 +144,18 @@ Upright turnUpright(Bitmap image) {
         image = platform::Recognition::turned(image, turns);
     }
     // A card photographed askew: its lines are read, zones cut into cells and captions paired with
-    // values along rows, all of which want the rows level.
-    const Skew skew{platform::Recognition::skewDegrees(image), image.width, image.height};
+    // values along rows, all of which want the rows level. The turn grows the canvas, a long strip's
+    // many times over (a 20,000 x 2,500 photo turned by 40 degrees would take 250 megapixels); a page
+    // that would outgrow the loader's limits is read as it is.
+    Skew skew{platform::Recognition::skewDegrees(image), image.width, image.height};
     if (skew.degrees != 0) {
-        image = platform::Recognition::levelled(image, skew.degrees);
+        const auto level = platform::Recognition::levelling(image.width, image.height, skew.degrees);
+        if (level.width > maxSide || level.height > maxSide ||
+            static_cast<long long>(level.width) * level.height > maxPixels) {
+            skew = Skew{};
+        } else {
+            image = platform::Recognition::levelled(image, skew.degrees);
+        }
     }
     return Upright{std::move(image), turns, skew.degrees != 0 ? skew : Skew{}};
 }
