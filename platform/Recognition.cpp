@@ -368,6 +368,7 @@ struct FoundLine {
     bool zone = false;
     cv::RotatedRect line;  // the detector's line as found
     std::size_t index = 0; // its place among the detected lines
+    bool passport = false; // a zone line read opening with a passport's document code, P
 };
 
 // A row of a machine-readable zone: the pieces the detector found on it, how far the zone reaches,
@@ -505,11 +506,17 @@ ZoneBand zoneBand(std::vector<FoundLine> found, int cols, int rows) {
             tilts.push_back(slope(found[i].line));
         }
         const int rowCount = static_cast<int>(pieces.size());
+        // Passports' zones are two lines of 44 characters (the two-line zone of 36 opens with A, C, I or
+        // V), however much of them the detector found: a tilted Czech page's faint closing fillers and
+        // check digits were found on neither line, and its zone measured 36.
+        const auto first = std::min_element(pieces.front().begin(), pieces.front().end(),
+                                            [](const auto* a, const auto* b) { return a->box.x < b->box.x; });
+        const bool passport = rowCount == 2 && (*first)->passport;
         int length = 0;
         if (!pitches.empty()) {
             const double pitch = median(pitches);
             const double characters = (right - left) / pitch;
-            length = rowCount >= 3 ? 30 : characters > 38 ? 44 : characters > 31 ? 36 : 30;
+            length = rowCount >= 3 ? 30 : passport || characters > 38 ? 44 : characters > 31 ? 36 : 30;
             if (characters < length) {
                 right = std::min(cols, left + static_cast<int>(std::ceil((length + 0.5) * pitch)));
             }
@@ -994,7 +1001,8 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         }
         const cv::Rect box = detected[i].boundingRect() & cv::Rect(0, 0, page.cols, page.rows);
         if (zoneLike(words)) {
-            found.push_back(FoundLine{box, zoneCount(words), characterPitch(words), false, detected[i], i});
+            found.push_back(FoundLine{box, zoneCount(words), characterPitch(words), false, detected[i], i,
+                                      words.front().glyphs.front().first == "P"});
             lines[i].push_back(line(words, page.cols, page.rows));
             continue;
         }

@@ -442,6 +442,33 @@ TEST(Recognition, AZoneReachesItsCheckDigitsAcrossFaintFillers) {
     EXPECT_GE(right * canvas.width(), advance * 46 - 2);
 }
 
+// A passport's zone whose last eight characters on both lines are too faint for the detector: it
+// measures as two lines of 36, the width of an identity card's zone, and must still be masked to 44.
+TEST(Recognition, APassportZoneIsMaskedToFortyFourCharactersWhereverItsEndIsFaint) {
+    QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf");
+    QFont font("OCR B");
+    font.setPixelSize(40);
+    const int advance = QFontMetrics(font).horizontalAdvance(QString(10, 'M')) / 10;
+    QImage canvas(advance * 48, 400, QImage::Format_RGB32);
+    canvas.fill(QColor(236, 238, 232));
+    QPainter p(&canvas);
+    p.setFont(font);
+    for (const auto& [y, line] :
+         {std::pair{200, std::string("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<")},
+          std::pair{262, std::string("L898902C36UTO7408122F1204159ZE184226B<<<<<10")}}) {
+        p.setPen(QColor(20, 20, 24));
+        p.drawText(2 * advance, y, QString::fromStdString(line.substr(0, 36)));
+        p.setPen(QColor(233, 235, 229));
+        p.drawText(advance * 38, y, QString::fromStdString(line.substr(36)));
+    }
+    p.end();
+    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US", "ru-RU", "el-GR"});
+    ASSERT_GE(result.zones.size(), 2u); // a line the detector cut in two comes back as two pieces
+    for (const auto& box : result.zones) {
+        EXPECT_GE((box.x + box.width) * canvas.width(), advance * 46 - 2);
+    }
+}
+
 TEST(Recognition, TextFarApartOnOneRowComesBackAsSeparateLines) {
     const auto result = platform::Recognition::recognize(
         printed(1600, 400, {{80, 200, 40, "Date of birth"}, {1000, 200, 40, "Date of expiry"}}), {"en-US"});
