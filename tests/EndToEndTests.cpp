@@ -408,64 +408,62 @@ TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
     EXPECT_EQ(zone[1], "X4RTBPFW46FRA8507147F3301018<<<<<<<<<<<<<<04");
 }
 
+// A zone in OCR-B on pale paper, room for 48 characters a line: each line dark for its first `dark`
+// and last `closing` characters and in `faint` ink between; with the width of one character.
+struct PaleZone {
+    QImage canvas;
+    int advance = 0;
+};
+PaleZone paleZone(const std::vector<std::tuple<std::string, std::size_t, std::size_t>>& lines, QColor faint) {
+    QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf");
+    QFont font("OCR B");
+    font.setPixelSize(40);
+    PaleZone zone;
+    zone.advance = QFontMetrics(font).horizontalAdvance(QString(10, 'M')) / 10;
+    zone.canvas = QImage(zone.advance * 48, 400, QImage::Format_RGB32);
+    zone.canvas.fill(QColor(236, 238, 232));
+    QPainter p(&zone.canvas);
+    p.setFont(font);
+    int y = 200;
+    for (const auto& [line, dark, closing] : lines) {
+        const std::size_t tail = line.size() - closing;
+        p.setPen(QColor(20, 20, 24));
+        p.drawText(2 * zone.advance, y, QString::fromStdString(line.substr(0, dark)));
+        p.drawText(zone.advance * static_cast<int>(2 + tail), y, QString::fromStdString(line.substr(tail)));
+        p.setPen(faint);
+        p.drawText(zone.advance * static_cast<int>(2 + dark), y,
+                   QString::fromStdString(line.substr(dark, tail - dark)));
+        y += 62;
+    }
+    return zone;
+}
+
 // A zone whose closing fillers are too faint for the detector reaches the reader as pieces far apart
 // on its rows, the last one only the check digits ("06"), which read as no zone text at all. The
 // zone's mask must still reach them.
 TEST(Recognition, AZoneReachesItsCheckDigitsAcrossFaintFillers) {
-    QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf");
-    QFont font("OCR B");
-    font.setPixelSize(40);
-    const int advance = QFontMetrics(font).horizontalAdvance(QString(10, 'M')) / 10;
-    QImage canvas(advance * 48, 400, QImage::Format_RGB32);
-    canvas.fill(QColor(236, 238, 232));
-    QPainter p(&canvas);
-    p.setFont(font);
-    // Each row: its dark start, then fillers in ink barely darker than the paper, then a dark end.
-    auto row = [&](int y, const std::string& line, std::size_t dark, std::size_t closing) {
-        const std::size_t tail = line.size() - closing;
-        p.setPen(QColor(20, 20, 24));
-        p.drawText(2 * advance, y, QString::fromStdString(line.substr(0, dark)));
-        p.drawText(advance * static_cast<int>(2 + tail), y, QString::fromStdString(line.substr(tail)));
-        p.setPen(QColor(228, 230, 224));
-        p.drawText(advance * static_cast<int>(2 + dark), y,
-                   QString::fromStdString(line.substr(dark, tail - dark)));
-    };
-    row(200, "P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 26, 0);
-    row(262, "L898902C36UTO7408122F1204159<<<<<<<<<<<<<<06", 30, 2);
-    p.end();
-    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US", "ru-RU", "el-GR"});
+    const PaleZone zone = paleZone({{"P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 26, 0},
+                                    {"L898902C36UTO7408122F1204159<<<<<<<<<<<<<<06", 30, 2}},
+                                   QColor(228, 230, 224));
+    const auto result = platform::Recognition::recognize(toBitmap(zone.canvas), {"en-US", "ru-RU", "el-GR"});
     ASSERT_FALSE(result.zones.empty());
     double right = 0;
     for (const auto& box : result.zones) {
         right = std::max(right, box.x + box.width);
     }
-    EXPECT_GE(right * canvas.width(), advance * 46 - 2);
+    EXPECT_GE(right * zone.canvas.width(), zone.advance * 46 - 2);
 }
 
 // A passport's zone whose last eight characters on both lines are too faint for the detector: it
 // measures as two lines of 36, the width of an identity card's zone, and must still be masked to 44.
 TEST(Recognition, APassportZoneIsMaskedToFortyFourCharactersWhereverItsEndIsFaint) {
-    QFontDatabase::addApplicationFont("/usr/share/fonts/opentype/ocr-b/OCRB.otf");
-    QFont font("OCR B");
-    font.setPixelSize(40);
-    const int advance = QFontMetrics(font).horizontalAdvance(QString(10, 'M')) / 10;
-    QImage canvas(advance * 48, 400, QImage::Format_RGB32);
-    canvas.fill(QColor(236, 238, 232));
-    QPainter p(&canvas);
-    p.setFont(font);
-    for (const auto& [y, line] :
-         {std::pair{200, std::string("P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<")},
-          std::pair{262, std::string("L898902C36UTO7408122F1204159ZE184226B<<<<<10")}}) {
-        p.setPen(QColor(20, 20, 24));
-        p.drawText(2 * advance, y, QString::fromStdString(line.substr(0, 36)));
-        p.setPen(QColor(233, 235, 229));
-        p.drawText(advance * 38, y, QString::fromStdString(line.substr(36)));
-    }
-    p.end();
-    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US", "ru-RU", "el-GR"});
+    const PaleZone zone = paleZone({{"P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<", 36, 0},
+                                    {"L898902C36UTO7408122F1204159ZE184226B<<<<<10", 36, 0}},
+                                   QColor(233, 235, 229));
+    const auto result = platform::Recognition::recognize(toBitmap(zone.canvas), {"en-US", "ru-RU", "el-GR"});
     ASSERT_GE(result.zones.size(), 2u); // a line the detector cut in two comes back as two pieces
     for (const auto& box : result.zones) {
-        EXPECT_GE((box.x + box.width) * canvas.width(), advance * 46 - 2);
+        EXPECT_GE((box.x + box.width) * zone.canvas.width(), zone.advance * 46 - 2);
     }
 }
 
