@@ -347,7 +347,7 @@ void widenTextMasks(std::vector<RedactionRegion>& regions, std::optional<RiskEng
     }
 }
 
-// Faces, barcodes and zone bands as the image shows them; returns the zone bands.
+// Faces, barcodes, spaced numbers and zone bands as the image shows them; returns the zone bands.
 std::vector<Rect> addVisionRegions(const platform::Recognition::Result& recognition,
                                    std::vector<RedactionRegion>& regions) {
     // How far a detected face is widened: portraits continue past the face itself.
@@ -363,6 +363,10 @@ std::vector<Rect> addVisionRegions(const platform::Recognition::Result& recognit
     for (const auto& barcode : recognition.barcodes) {
         regions.push_back(RedactionRegion{FieldKind::machineReadable, rectOf(barcode), Uuid::random(),
                                           FieldEvidence::vision});
+    }
+    for (const auto& number : recognition.spacedNumbers) {
+        regions.push_back(
+            RedactionRegion{FieldKind::number, rectOf(number), Uuid::random(), FieldEvidence::vision});
     }
     // The zone as the image shows it covers what the regions of its recognised lines leave.
     std::vector<Rect> bands;

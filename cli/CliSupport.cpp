@@ -152,6 +152,7 @@ ImagePipeline::AssemblyInput assemblyFromJson(const json& document, const std::s
     input.recognition.faces = boxes(document, "faces", source);
     input.recognition.barcodes = boxes(document, "barcodes", source);
     input.recognition.zones = boxes(document, "zones", source);
+    input.recognition.spacedNumbers = boxes(document, "spacedNumbers", source);
     if (document.contains("image")) {
         const json& image = document["image"];
         if (!image.is_object()) {

@@ -119,8 +119,9 @@ the masks, without writing anything.
       as JSON instead of an image: {"lines": [{"text", "x", "y", "width",
       "height", "confidence", "ranges": [{"location", "length", "x", "y",
       "width", "height"}]}], "faces": [rect...], "barcodes": [rect...],
-      "zones": [rect...], "image": {"width", "height"}, "software",
-      "centering": {"applied", "confidence"}, "supportedLanguages": [...]}.
+      "zones": [rect...], "spacedNumbers": [rect...], "image": {"width",
+      "height"}, "software", "centering": {"applied", "confidence"},
+      "supportedLanguages": [...]}.
       Every key but "lines" is optional; at most 2,000 lines of at most 1,000
       bytes each; rectangles are fractions of the image, origin at the
       top-left corner; ranges count UTF-16 code units. Without

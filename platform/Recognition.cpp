@@ -891,9 +891,50 @@ std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
     return words;
 }
 
+// A spaced run is a number when at least this many of its characters read as digits, one way up or
+// the other: nothing on the page tells which end it starts from, and turned over its digits read as
+// letters. A run of fillers, stars or a pattern's dots reads none.
+constexpr int runDigits = 2;
+
+// Where numbers printed character by character, apart from every detected line, stand on the page.
+std::vector<Box> spacedNumbers(const cv::Mat& page, const std::vector<cv::RotatedRect>& detected) {
+    std::vector<Box> found;
+    const std::vector<TextDetector::SpacedRun> runs = TextDetector::spacedRuns(page, detected);
+    if (runs.empty()) {
+        return found;
+    }
+    Engine engine = pool().take("eng");
+    engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
+    auto digits = [&](const cv::Mat& image) {
+        engine->SetImage(image.data, image.cols, image.rows, 1, static_cast<int>(image.step));
+        engine->SetSourceResolution(300);
+        const std::unique_ptr<char[]> text(engine->GetUTF8Text());
+        const std::string_view read = text ? text.get() : "";
+        return std::count_if(read.begin(), read.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
+    for (const TextDetector::SpacedRun& run : runs) {
+        const double scale = static_cast<double>(lineHeight) / run.image.rows;
+        cv::Mat sized, over;
+        cv::resize(run.image, sized, cv::Size(), scale, scale, cv::INTER_CUBIC);
+        cv::rotate(sized, over, cv::ROTATE_180);
+        if (std::max(digits(sized), digits(over)) >= runDigits) {
+            // Half a mark past its ends and sides: the marks' boxes hug the ink.
+            const int margin = run.image.rows / 2;
+            const cv::Rect box = cv::Rect(run.box.x - margin, run.box.y - margin, run.box.width + 2 * margin,
+                                          run.box.height + 2 * margin) &
+                                 cv::Rect(0, 0, page.cols, page.rows);
+            found.push_back(
+                normalised(box.x, box.y, box.x + box.width, box.y + box.height, page.cols, page.rows));
+        }
+    }
+    pool().give("eng", std::move(engine));
+    return found;
+}
+
 struct TextResult {
     std::vector<Line> lines;
     std::vector<Box> zones;
+    std::vector<Box> spacedNumbers;
 };
 
 TextResult recognizeText(const Bitmap& image, const std::string& languages, int readers) {
@@ -1037,6 +1078,7 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         std::move(piece.begin(), piece.end(), std::back_inserter(result.lines));
     }
     result.zones = std::move(band.boxes);
+    result.spacedNumbers = spacedNumbers(page, detected);
     return result;
 }
 
@@ -1239,6 +1281,7 @@ Result recognize(const Bitmap& image, const std::vector<std::string>& languages,
     TextResult text = recognizeText(image, models, std::max(1, readers));
     result.lines = std::move(text.lines);
     result.zones = std::move(text.zones);
+    result.spacedNumbers = std::move(text.spacedNumbers);
     auto [faces, barcodes] = others.get();
     result.faces = std::move(faces);
     result.barcodes = std::move(barcodes);

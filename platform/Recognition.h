@@ -43,6 +43,9 @@ struct Result {
     // Lines of a machine-readable zone found in the image, each reaching across the whole zone, from
     // its first character to its last, whether or not its reading is right.
     std::vector<Box> zones;
+    // Numbers printed character by character with wide gaps, apart from every line of text (a serial
+    // number up a page's edge): found by their marks, not read.
+    std::vector<Box> spacedNumbers;
 };
 
 // The recogniser failed or its data is missing; the message names what, never document content.

@@ -13,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string_view>
 
 namespace platform::TextDetector {
@@ -569,6 +570,243 @@ LevelLine turnedOver(const LevelLine& line) {
     // A point (x, y) of the turned crop is (width - x, height - y) of the crop before.
     const cv::Mat half = (cv::Mat_<double>(3, 3) << -1, 0, line.image.cols, 0, -1, line.image.rows, 0, 0, 1);
     result.toPage = line.toPage * half;
+    return result;
+}
+
+namespace {
+
+// Marks of a spaced run: glyph-sized pieces of ink, as the page's adaptive threshold parts them.
+struct Mark {
+    cv::Point2f centre;
+    float size = 0; // the longer side of its box
+    int label = 0;
+};
+
+// Marks are 4 to 40 pixels across and fill a fifth of their box; neighbours in a run lie 0.8 to 3
+// sizes apart, differ in size by at most this ratio, and each next mark lies within three fifths of a
+// step of where the run's last step points (print on a curled page bends).
+constexpr float smallestMark = 4, largestMark = 40;
+constexpr float sizeRatio = 1.6f;
+constexpr float nearestStep = 0.8f, farthestStep = 3.0f;
+constexpr float stepSlack = 0.6f;
+// A run is 6 to 16 marks whose steps and sizes stay within a quarter and three tenths of their median,
+// with no more other marks near it than it has marks, printed at least this much darker than the
+// paper around each mark (a security pattern's pale lines form runs too).
+constexpr std::size_t fewestMarks = 6, mostMarks = 16;
+constexpr float stepSpread = 0.25f, sizeSpread = 0.3f;
+constexpr double inkContrast = 60;
+
+bool similar(float a, float b) {
+    return std::max(a, b) <= sizeRatio * std::min(a, b);
+}
+
+template <typename T> T middle(std::vector<T> values) {
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+// How much darker a mark is than the paper around it: the median of a ring three times its box against
+// the mean of its own pixels.
+double contrast(const cv::Mat& grey, const cv::Mat& labels, const cv::Rect& box, int label) {
+    const cv::Rect around = cv::Rect(box.x - box.width, box.y - box.height, 3 * box.width, 3 * box.height) &
+                            cv::Rect(0, 0, grey.cols, grey.rows);
+    std::vector<std::uint8_t> ground;
+    double ink = 0;
+    int inked = 0;
+    for (int y = around.y; y < around.y + around.height; ++y) {
+        for (int x = around.x; x < around.x + around.width; ++x) {
+            if (labels.at<int>(y, x) == label) {
+                ink += grey.at<std::uint8_t>(y, x);
+                ++inked;
+            } else {
+                ground.push_back(grey.at<std::uint8_t>(y, x));
+            }
+        }
+    }
+    return ground.empty() || inked == 0 ? 0 : middle(ground) - ink / inked;
+}
+
+} // namespace
+
+std::vector<SpacedRun> spacedRuns(const cv::Mat& page, const std::vector<cv::RotatedRect>& lines) {
+    cv::Mat grey, ink, labels, stats, centres;
+    cv::cvtColor(page, grey, cv::COLOR_RGB2GRAY);
+    cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 31, 25);
+    const int count = cv::connectedComponentsWithStats(ink, labels, stats, centres, 8, CV_32S);
+    // Marks inside a detected line are that line's letters; a box about as long as it is high holds
+    // one character, which the detector now and then finds of a spaced run.
+    cv::Mat read = cv::Mat::zeros(grey.size(), CV_8U);
+    for (const cv::RotatedRect& line : lines) {
+        if (longSide(line) < 1.5 * shortSide(line)) {
+            continue;
+        }
+        std::array<cv::Point2f, 4> p;
+        line.points(p.data());
+        const std::vector<cv::Point> corners(p.begin(), p.end());
+        cv::fillConvexPoly(read, corners, cv::Scalar(255));
+    }
+    auto boxOf = [&](int label) {
+        return cv::Rect(stats.at<int>(label, cv::CC_STAT_LEFT), stats.at<int>(label, cv::CC_STAT_TOP),
+                        stats.at<int>(label, cv::CC_STAT_WIDTH), stats.at<int>(label, cv::CC_STAT_HEIGHT));
+    };
+    std::vector<Mark> marks;
+    std::vector<cv::Point2f> anyInk; // every piece of ink 3 pixels or more across, for crowding
+    for (int label = 1; label < count; ++label) {
+        const cv::Rect box = boxOf(label);
+        const cv::Point2f centre(static_cast<float>(centres.at<double>(label, 0)),
+                                 static_cast<float>(centres.at<double>(label, 1)));
+        const float size = static_cast<float>(std::max(box.width, box.height));
+        if (size >= 3) {
+            anyInk.push_back(centre);
+        }
+        if (size < smallestMark || size > largestMark || std::min(box.width, box.height) < 2 ||
+            5 * stats.at<int>(label, cv::CC_STAT_AREA) < box.area() ||
+            read.at<std::uint8_t>(cv::Point(centre)) != 0) {
+            continue;
+        }
+        marks.push_back(Mark{centre, size, label});
+    }
+    // Marks by cells of the largest step, so that each looks only at its neighbours.
+    constexpr float cell = largestMark * farthestStep;
+    std::map<std::pair<int, int>, std::vector<std::size_t>> cells;
+    auto cellOf = [](cv::Point2f p) {
+        return std::pair{static_cast<int>(std::floor(p.x / cell)), static_cast<int>(std::floor(p.y / cell))};
+    };
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+        cells[cellOf(marks[i].centre)].push_back(i);
+    }
+    auto near = [&](cv::Point2f p, const auto& visit) {
+        const auto [cx, cy] = cellOf(p);
+        for (int dy = -1; dy <= 1; ++dy) {
+            for (int dx = -1; dx <= 1; ++dx) {
+                if (auto found = cells.find({cx + dx, cy + dy}); found != cells.end()) {
+                    for (std::size_t j : found->second) {
+                        visit(j);
+                    }
+                }
+            }
+        }
+    };
+    auto distance = [&](std::size_t i, std::size_t j) { return cv::norm(marks[i].centre - marks[j].centre); };
+    // Each run grows from a pair of neighbours, both ways, by the step it has taken last.
+    std::set<std::pair<std::size_t, std::size_t>> tried;
+    std::vector<std::vector<std::size_t>> runs;
+    for (std::size_t a = 0; a < marks.size(); ++a) {
+        near(marks[a].centre, [&](std::size_t b) {
+            const double d = distance(a, b);
+            if (b == a || d < nearestStep * marks[a].size || d > farthestStep * marks[a].size ||
+                !similar(marks[a].size, marks[b].size) || tried.contains({a, b})) {
+                return;
+            }
+            std::deque<std::size_t> run{a, b};
+            for (const bool forward : {true, false}) {
+                while (run.size() <= mostMarks) {
+                    const std::size_t last = forward ? run.back() : run.front();
+                    const std::size_t before = forward ? run[run.size() - 2] : run[1];
+                    const cv::Point2f step = marks[last].centre - marks[before].centre;
+                    const cv::Point2f next = marks[last].centre + step;
+                    std::optional<std::size_t> best;
+                    near(next, [&](std::size_t k) {
+                        if (!best ||
+                            cv::norm(marks[k].centre - next) < cv::norm(marks[*best].centre - next)) {
+                            best = k;
+                        }
+                    });
+                    if (!best || cv::norm(marks[*best].centre - next) > stepSlack * cv::norm(step) ||
+                        std::find(run.begin(), run.end(), *best) != run.end() ||
+                        !similar(marks[*best].size, marks[last].size)) {
+                        break;
+                    }
+                    forward ? run.push_back(*best) : run.push_front(*best);
+                }
+            }
+            for (std::size_t i = 0; i + 1 < run.size(); ++i) {
+                tried.insert({run[i], run[i + 1]});
+                tried.insert({run[i + 1], run[i]});
+            }
+            if (run.size() >= fewestMarks && run.size() <= mostMarks) {
+                runs.emplace_back(run.begin(), run.end());
+            }
+        });
+    }
+    // Regular runs only: even steps, one size, uncrowded, dark.
+    std::erase_if(runs, [&](const std::vector<std::size_t>& run) {
+        std::vector<float> steps, sizes;
+        for (std::size_t i = 0; i < run.size(); ++i) {
+            sizes.push_back(marks[run[i]].size);
+            if (i > 0) {
+                steps.push_back(static_cast<float>(distance(run[i - 1], run[i])));
+            }
+        }
+        const float step = middle(steps), size = middle(sizes);
+        if (std::any_of(steps.begin(), steps.end(),
+                        [&](float s) { return std::abs(s - step) > stepSpread * step; }) ||
+            std::any_of(sizes.begin(), sizes.end(),
+                        [&](float s) { return std::abs(s - size) > sizeSpread * size; })) {
+            return true;
+        }
+        // Each mark sees itself and its one or two neighbours in the run within a step.
+        std::size_t crowd = 0;
+        for (std::size_t i : run) {
+            crowd += static_cast<std::size_t>(std::count_if(anyInk.begin(), anyInk.end(), [&](cv::Point2f p) {
+                return cv::norm(p - marks[i].centre) < step;
+            }));
+        }
+        if (crowd > 3 * run.size() - 2 + run.size()) {
+            return true;
+        }
+        std::vector<double> contrasts;
+        for (std::size_t i : run) {
+            contrasts.push_back(contrast(grey, labels, boxOf(marks[i].label), marks[i].label));
+        }
+        return middle(contrasts) < inkContrast;
+    });
+    // The longest of runs sharing most of their marks.
+    std::stable_sort(runs.begin(), runs.end(),
+                     [](const auto& a, const auto& b) { return a.size() > b.size(); });
+    std::vector<SpacedRun> result;
+    std::vector<std::set<std::size_t>> kept;
+    for (const std::vector<std::size_t>& run : runs) {
+        const std::set<std::size_t> members(run.begin(), run.end());
+        if (std::any_of(kept.begin(), kept.end(), [&](const std::set<std::size_t>& k) {
+                std::size_t shared = 0;
+                for (std::size_t m : members) {
+                    shared += k.contains(m);
+                }
+                return 2 * shared > members.size();
+            })) {
+            continue;
+        }
+        kept.push_back(members);
+        // Each mark turned by the run's direction where it stands and cut square; the squares side by
+        // side make a line a reader can read.
+        std::vector<cv::Mat> squares;
+        cv::Rect box = boxOf(marks[run.front()].label);
+        int side = 0;
+        for (std::size_t i = 0; i < run.size(); ++i) {
+            const Mark& m = marks[run[i]];
+            box |= boxOf(m.label);
+            const cv::Point2f way =
+                marks[run[std::min(i + 1, run.size() - 1)]].centre - marks[run[i == 0 ? 0 : i - 1]].centre;
+            const double degrees = std::atan2(way.y, way.x) * 180 / CV_PI;
+            const int half = static_cast<int>(m.size) / 2 + 2;
+            cv::Mat turn = cv::getRotationMatrix2D(m.centre, degrees, 1.0);
+            turn.at<double>(0, 2) += half - m.centre.x;
+            turn.at<double>(1, 2) += half - m.centre.y;
+            cv::Mat square;
+            cv::warpAffine(grey, square, turn, cv::Size(2 * half, 2 * half), cv::INTER_CUBIC,
+                           cv::BORDER_CONSTANT, cv::Scalar(255));
+            side = std::max(side, 2 * half);
+            squares.push_back(std::move(square));
+        }
+        for (cv::Mat& square : squares) {
+            cv::resize(square, square, cv::Size(side, side), 0, 0, cv::INTER_CUBIC);
+        }
+        SpacedRun found;
+        cv::hconcat(squares, found.image);
+        found.box = box;
+        result.push_back(std::move(found));
+    }
     return result;
 }
 

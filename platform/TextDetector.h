@@ -71,4 +71,13 @@ std::vector<std::pair<int, int>> inkRuns(const cv::Mat& grey);
 // any other comes back as it is.
 std::vector<cv::RotatedRect> printedLines(const cv::Mat& page, const cv::RotatedRect& line);
 
+// A run of evenly spaced marks of one size, in dark ink, standing apart from every line the detector
+// found: a number printed character by character with wide gaps (up a passport page beside its
+// portrait, say), which the detector, trained on words, does not see at all.
+struct SpacedRun {
+    cv::Rect box;  // around its marks, in the page's pixels
+    cv::Mat image; // its marks turned level and set side by side, grey, in order along the run
+};
+std::vector<SpacedRun> spacedRuns(const cv::Mat& page, const std::vector<cv::RotatedRect>& lines);
+
 } // namespace platform::TextDetector

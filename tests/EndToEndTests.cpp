@@ -658,6 +658,55 @@ TEST(Recognition, LinesStandingOnEndAreReadTheWayTheyRun) {
     }
 }
 
+// A serial number printed up a page beside its portrait, character by character with gaps as wide as
+// its glyphs and bending with the paper, is no line to the detector; it is masked whole. A ring of
+// dots of the same size and spacing (stars of a flag, say) reads no digits and stays.
+TEST(Recognition, ANumberPrintedCharacterByCharacterIsMasked) {
+    QImage canvas(1000, 700, QImage::Format_RGB32);
+    canvas.fill(Qt::white);
+    QPainter p(&canvas);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::black);
+    p.setFont(sans(26));
+    const char* across[] = {"PASSPORT", "SURNAME / NOM", "SAMPLE", "GIVEN NAMES / PRENOMS", "ANNA MARIA"};
+    for (int i = 0; i < 5; ++i) {
+        p.drawText(330, 120 + 70 * i, across[i]);
+    }
+    p.setFont(sans(14));
+    const std::string serial = "ERE827213";
+    double left = 1e9, right = 0, top = 1e9, bottom = 0;
+    for (std::size_t i = 0; i < serial.size(); ++i) {
+        // Read from the bottom up; the run bows out by 8 pixels at its middle.
+        const double t = static_cast<double>(i) / (serial.size() - 1);
+        const double x = 860 + 8 * std::sin(t * 3.14159), y = 520 - 28.0 * i;
+        p.resetTransform();
+        p.translate(x, y);
+        p.rotate(-90);
+        p.drawText(QRectF(-10, -10, 20, 20), Qt::AlignCenter, QString(serial[i]));
+        left = std::min(left, x - 7), right = std::max(right, x + 7);
+        top = std::min(top, y - 7), bottom = std::max(bottom, y + 7);
+    }
+    p.resetTransform();
+    p.setBrush(Qt::black);
+    std::vector<QPointF> dots;
+    for (int i = 0; i < 12; ++i) {
+        dots.emplace_back(150 + 45 * std::cos(i * 3.14159 / 6), 250 + 45 * std::sin(i * 3.14159 / 6));
+        p.drawEllipse(dots.back(), 5, 5);
+    }
+    p.end();
+    LoadedDocument document;
+    document.image = toBitmap(canvas);
+    const Analysis analysis = ImagePipeline::analyze(document);
+    const Bitmap masked = ImagePipeline::render(document.image, analysis.regions, hideEverything);
+    const DrawnField number{
+        FieldKind::number, Rect{left / 1000, top / 700, (right - left) / 1000, (bottom - top) / 700}, serial};
+    EXPECT_GE(coverage(document.image, masked, number), 0.98);
+    for (const QPointF& dot : dots) {
+        const std::uint8_t* pixel = masked.at(static_cast<int>(dot.x()) + 7, static_cast<int>(dot.y()));
+        EXPECT_EQ(pixel[0], 255) << dot.x() << ", " << dot.y();
+    }
+}
+
 // Large type set tight on a patterned ground can reach the detector as one region of several lines;
 // it is cut between its lines of ink, and a region of one line stays as it is.
 TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
