@@ -78,9 +78,6 @@ constexpr int lineHeight = 48;
 // width, is read again.
 constexpr float weakReading = 0.3f;
 constexpr double weakSpan = 0.5;
-// The engine's own rule for its inverted second look (its default): a line read with a mean
-// character certainty under this is read inverted too, and the surer reading kept.
-constexpr const char* inverseLook = "0.7";
 
 Box normalised(int left, int top, int right, int bottom, int width, int height) {
     return Box{static_cast<double>(left) / width, static_cast<double>(top) / height,
@@ -131,7 +128,7 @@ public:
         // Dictionary correction off: identifiers and names are not words. Diagnostics go nowhere, so
         // that nothing of a document reaches a log.
         // Inversion off: the engine would read every line it is unsure of a second time inverted,
-        // which on photos of documents is nearly every line; readLine asks for it on weak readings.
+        // which on photos of documents is nearly every line; readLine turns light print dark itself.
         // The legacy classifier's table of ambiguous characters is not read: only that classifier
         // uses it, and reading it was 6% of a one-page process's time. Its loader skips it
         // while ambiguity training is on, which is turned off at once: it changes what Recognize does.
@@ -729,6 +726,39 @@ void settleInLatin(std::vector<Word>& words, const std::vector<Word>& latin) {
     words = std::move(settled);
 }
 
+// Whether a line's print is lighter than the ground beside it (white letters on a dark band): each
+// column's ground is taken from the line's top and bottom rows, its margins, and the pixels well apart
+// from it vote. A ground shading from dark to light along the line does not sway it, as a threshold
+// over the whole line would be.
+bool lightPrint(const cv::Mat& grey) {
+    constexpr int apart = 40;
+    const int margin = std::max(1, grey.rows / 10);
+    long lighter = 0, darker = 0;
+    for (int x = 0; x < grey.cols; ++x) {
+        int ground = 0;
+        for (int y = 0; y < margin; ++y) {
+            ground += grey.at<std::uint8_t>(y, x) + grey.at<std::uint8_t>(grey.rows - 1 - y, x);
+        }
+        ground /= 2 * margin;
+        for (int y = margin; y < grey.rows - margin; ++y) {
+            const int d = grey.at<std::uint8_t>(y, x) - ground;
+            lighter += d > apart;
+            darker += d < -apart;
+        }
+    }
+    return lighter > darker;
+}
+
+// A grey line image with its ink turned dark, the way the engine reads: ink is the smaller of Otsu's
+// two classes.
+void darkInk(cv::Mat& grey) {
+    cv::Mat upper;
+    cv::threshold(grey, upper, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    if (2 * static_cast<std::size_t>(cv::countNonZero(upper)) < upper.total()) {
+        cv::bitwise_not(grey, grey);
+    }
+}
+
 // A line's reading, its glyph boxes in the pixels of the line image it was read from (`toPage` carries
 // them into the page's), with that image as the engine saw it.
 struct LineReading {
@@ -782,10 +812,11 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
     std::vector<Word> words = read(sized);
     cv::Mat kept = sized;
     // A weak reading (unsure, or explaining only part of what the detector found) is read again, the
-    // surer reading kept: with the engine's own inverted second look, which reads light print on a
-    // dark band and some pale coloured print; sharpened and stretched to full contrast, since
-    // blurred, low-contrast print (a photo of a card's small values on a tinted ground) often gives
-    // the engine's binarisation nothing to read; and in one colour channel (below).
+    // surer reading kept: sharpened and stretched to full contrast, since blurred, low-contrast print
+    // (a photo of a card's small values on a tinted ground) often gives the engine's binarisation
+    // nothing to read; light print on a dark band turned dark; and in one colour channel (below).
+    // The engine's own inverted second look is not asked for: it is two more passes of its network
+    // on every weak line, and it masked no field of either set that these readings do not.
     if (meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) {
         auto keepSurer = [&](const cv::Mat& image) {
             std::vector<Word> again = read(image);
@@ -794,11 +825,11 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
                 kept = image;
             }
         };
-        engine.SetVariable("invert_threshold", inverseLook);
-        keepSurer(sized);
-        // The sharpened and colour readings go without it: the same fields were masked without, and
-        // each inverted look is a second pass of the network.
-        engine.SetVariable("invert_threshold", "0");
+        if (lightPrint(sized)) {
+            cv::Mat inverted;
+            cv::bitwise_not(sized, inverted);
+            keepSurer(inverted);
+        }
         cv::Mat blurred, sharp;
         cv::GaussianBlur(sized, blurred, cv::Size(), 3);
         cv::addWeighted(sized, 2.0, blurred, -1.0, 0, sharp);
@@ -816,14 +847,9 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
         }
         const auto best = std::max_element(parted.begin(), parted.end());
         if (*best > separation(sized)) {
-            // Ink is the smaller of Otsu's two classes; light ink (a red name is light in the red
-            // channel) is turned dark, the way the engine reads.
+            // A red name is light in the red channel.
             cv::Mat& chosen = channels[best - parted.begin()];
-            cv::Mat upper;
-            cv::threshold(chosen, upper, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
-            if (2 * static_cast<std::size_t>(cv::countNonZero(upper)) < upper.total()) {
-                cv::bitwise_not(chosen, chosen);
-            }
+            darkInk(chosen);
             keepSurer(chosen);
         }
     }
