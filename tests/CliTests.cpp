@@ -150,6 +150,7 @@ TEST_F(AnalyzeCommand, RecognisedLinesAsJsonGiveTheWholeAnalysisAsJson) {
         ],
         "faces": [{"x": 0.05, "y": 0.2, "width": 0.2, "height": 0.3}],
         "barcodes": [{"x": 0.6, "y": 0.42, "width": 0.3, "height": 0.1}],
+        "spacedNumbers": [{"x": 0.83, "y": 0.2, "width": 0.04, "height": 0.25}],
         "image": {"width": 1000, "height": 699},
         "supportedLanguages": ["en-US"]
     })");
@@ -158,8 +159,8 @@ TEST_F(AnalyzeCommand, RecognisedLinesAsJsonGiveTheWholeAnalysisAsJson) {
     for (const char* expected :
          {R"("code": "AUT")", R"("name": "Австрия")", R"("hasProfile": true)",
           R"("documentType": "Тип не определён")", R"("kind": "birthDate")", R"("evidence": "Подпись поля")",
-          R"("kind": "face")", R"("score": 8)", R"("unavailableOCRLanguages": [)", R"("de")",
-          "Низкое разрешение", "Часть текста распознана неуверенно", R"("recognizedLines": 2)",
+          R"("kind": "face")", R"("kind": "number")", R"("score": 8)", R"("unavailableOCRLanguages": [)",
+          R"("de")", "Низкое разрешение", "Часть текста распознана неуверенно", R"("recognizedLines": 2)",
           // The barcode's rectangle comes back exactly as given, not moved by a unit in the last place.
           "\"y\": 0.42\n"}) {
         EXPECT_NE(run.output.find(expected), std::string::npos) << expected << "\n" << run.output;
