@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <system_error>
@@ -244,18 +245,24 @@ void writeAtomically(const std::filesystem::path& path, std::span<const std::uin
     if (!named) {
         // File systems without unnamed files: a hidden named one beside the target, removed on failure.
         std::filesystem::path temporary;
+        // Guarded before it exists: a signal between the file's creation and its guarding would leave it.
+        std::optional<PendingFile> pending;
         int fd = -1;
         for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
             temporary = hiddenName(folder, path);
+            pending.emplace(temporary);
             fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (fd < 0 && errno != EEXIST) {
-                throwErrno(errno, path);
+            if (fd < 0) {
+                const int error = errno;
+                pending.reset(); // the name is someone else's, or nothing was made
+                if (error != EEXIST) {
+                    throwErrno(error, path);
+                }
             }
         }
         if (fd < 0) {
             throwErrno(EEXIST, path);
         }
-        const PendingFile pending(temporary);
         Descriptor guard(fd);
         if (!writeAll(fd, bytes) || ::close(guard.release()) != 0 ||
             ::rename(temporary.c_str(), path.c_str()) != 0) {
