@@ -817,7 +817,10 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
     // nothing to read; light print on a dark band turned dark; and in one colour channel (below).
     // The engine's own inverted second look is not asked for: it is two more passes of its network
     // on every weak line, and it masked no field of either set that these readings do not.
-    if (meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) {
+    // A line already read as a zone line is read again by the zone's own reader; the page's models'
+    // second readings would be wasted on it (27 of the real set's weak lines, among its widest).
+    if ((meanConfidence(words) < weakReading || span(words, level.image.cols) < weakSpan) &&
+        !zoneLike(words)) {
         auto keepSurer = [&](const cv::Mat& image) {
             std::vector<Word> again = read(image);
             if (meanConfidence(again) > meanConfidence(words)) {
