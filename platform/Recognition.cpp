@@ -381,11 +381,6 @@ struct ZoneBand {
     std::vector<ZoneRow> rows;
 };
 
-template <typename T> T median(std::vector<T> values) {
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    return values[values.size() / 2];
-}
-
 // Rise along a detected line's long side, per pixel across.
 double slope(const cv::RotatedRect& line) {
     std::array<cv::Point2f, 4> p;
@@ -409,9 +404,10 @@ cv::RotatedRect rowLine(const std::vector<const FoundLine*>& pieces, double tilt
     }
     centre /= static_cast<double>(pieces.size());
     const double width = (right - left) * std::sqrt(1 + tilt * tilt);
-    return cv::RotatedRect(cv::Point2f(static_cast<float>(middle), static_cast<float>(centre)),
-                           cv::Size2f(static_cast<float>(width), static_cast<float>(median(heights))),
-                           static_cast<float>(std::atan(tilt) * 180 / CV_PI));
+    return cv::RotatedRect(
+        cv::Point2f(static_cast<float>(middle), static_cast<float>(centre)),
+        cv::Size2f(static_cast<float>(width), static_cast<float>(TextDetector::median(heights))),
+        static_cast<float>(std::atan(tilt) * 180 / CV_PI));
 }
 
 // The zone's font is monospaced, so the distance from one character to the next is the same
@@ -423,7 +419,7 @@ double characterPitch(const std::vector<Word>& words) {
             advances.push_back(w.glyphs[i].second.x - w.glyphs[i - 1].second.x);
         }
     }
-    return advances.size() < 5 ? 0 : median(std::move(advances));
+    return advances.size() < 5 ? 0 : TextDetector::median(std::move(advances));
 }
 
 // Zone lines are 30 to 44 characters with fillers among them; a piece of one that the detector cut
@@ -511,14 +507,14 @@ ZoneBand zoneBand(std::vector<FoundLine> found, int cols, int rows) {
         const bool passport = rowCount == 2 && (*first)->passport;
         int length = 0;
         if (!pitches.empty()) {
-            const double pitch = median(pitches);
+            const double pitch = TextDetector::median(pitches);
             const double characters = (right - left) / pitch;
             length = rowCount >= 3 ? 30 : passport || characters > 38 ? 44 : characters > 31 ? 36 : 30;
             if (characters < length) {
                 right = std::min(cols, left + static_cast<int>(std::ceil((length + 0.5) * pitch)));
             }
         }
-        const double tilt = median(tilts);
+        const double tilt = TextDetector::median(tilts);
         for (const auto& row : pieces) {
             ZoneRow zoneRow{{}, rowLine(row, tilt, left, right), length};
             for (const FoundLine* f : row) {

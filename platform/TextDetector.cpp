@@ -600,11 +600,6 @@ bool similar(float a, float b) {
     return std::max(a, b) <= sizeRatio * std::min(a, b);
 }
 
-template <typename T> T middle(std::vector<T> values) {
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    return values[values.size() / 2];
-}
-
 // How much darker a mark is than the paper around it: the median of a ring three times its box against
 // the mean of its own pixels.
 double contrast(const cv::Mat& grey, const cv::Mat& labels, const cv::Rect& box, int label) {
@@ -623,7 +618,7 @@ double contrast(const cv::Mat& grey, const cv::Mat& labels, const cv::Rect& box,
             }
         }
     }
-    return ground.empty() || inked == 0 ? 0 : middle(ground) - ink / inked;
+    return ground.empty() || inked == 0 ? 0 : median(ground) - ink / inked;
 }
 
 } // namespace
@@ -738,7 +733,7 @@ std::vector<SpacedRun> spacedRuns(const cv::Mat& page, const std::vector<cv::Rot
                 steps.push_back(static_cast<float>(distance(run[i - 1], run[i])));
             }
         }
-        const float step = middle(steps), size = middle(sizes);
+        const float step = median(steps), size = median(sizes);
         if (std::any_of(steps.begin(), steps.end(),
                         [&](float s) { return std::abs(s - step) > stepSpread * step; }) ||
             std::any_of(sizes.begin(), sizes.end(),
@@ -759,7 +754,7 @@ std::vector<SpacedRun> spacedRuns(const cv::Mat& page, const std::vector<cv::Rot
         for (std::size_t i : run) {
             contrasts.push_back(contrast(grey, labels, boxOf(marks[i].label), marks[i].label));
         }
-        return middle(contrasts) < inkContrast;
+        return median(contrasts) < inkContrast;
     });
     // The longest of runs sharing most of their marks.
     std::stable_sort(runs.begin(), runs.end(),

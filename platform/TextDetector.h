@@ -10,6 +10,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -37,6 +38,12 @@ Bitmap turned(const Bitmap& image, int quarterTurns);
 // The turn that levels a page of the given size whose lines fall by `degrees`, and the page so turned.
 Recognition::Levelling levelling(int width, int height, double degrees);
 Bitmap levelled(const Bitmap& image, double degrees);
+
+// The middle value of a non-empty list (the upper of the two middle ones).
+template <typename T> T median(std::vector<T> values) {
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
 
 // A detected line's height: the shorter side of its rectangle.
 double shortSide(const cv::RotatedRect& line);
