@@ -646,10 +646,18 @@ Scripts scripts(const Word& word) {
 constexpr double latinPage = 0.8;
 constexpr double latinLine = 0.6;
 // A page whose first lines in reading order hold at least this many letters, at least this share of
-// them Latin, is Latin print; a bilingual document's first lines are far from it.
+// them Latin, is Latin print; a bilingual document's first lines are far from it. So is a page
+// with a smaller Latin share whose Cyrillic and Greek letters all stand in short or unsure words:
+// Latin print over a security pattern comes back from the three models with look-alikes such as
+// "Мое", "Νόρο" or "ЗАМОФАУ" read at 0.0-0.5 (down to 67% Latin on the real specimens), while the
+// first lines of every Cyrillic or Greek document generated held a word of three letters or more of
+// its script read at 0.8 or surer (a Greek licence's name among Latin captions, say).
 constexpr std::size_t sampleLines = 8;
 constexpr int sampleLetters = 20;
 constexpr double latinSample = 0.9;
+constexpr double latinWithLookAlikes = 0.6;
+constexpr int foreignWordLetters = 3;
+constexpr float sureForeignWord = 0.8f;
 
 Scripts scripts(const std::vector<Word>& words) {
     Scripts total;
@@ -1031,10 +1039,16 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     // price of a reading each, and what they answer there is look-alikes that are read again in Latin.
     shared(readFirst, 0, sampleLines);
     Scripts sampled;
+    bool foreignWords = false;
     for (std::size_t i = 0; i < std::min(sampleLines, readings.size()); ++i) {
-        sampled += scripts(readings[i].words);
+        for (const Word& word : readings[i].words) {
+            const Scripts count = scripts(word);
+            sampled += count;
+            foreignWords |= count.foreign >= foreignWordLetters && word.confidence >= sureForeignWord;
+        }
     }
-    if (mixed && sampled.latin >= sampleLetters && mostlyLatin(sampled, latinSample)) {
+    if (mixed && sampled.latin >= sampleLetters &&
+        (mostlyLatin(sampled, latinSample) || (mostlyLatin(sampled, latinWithLookAlikes) && !foreignWords))) {
         readWith = "eng";
     }
     shared(readFirst, sampleLines, detected.size());

@@ -534,6 +534,27 @@ TEST(Recognition, ABilingualPageKeepsItsOtherScriptPastItsFirstLines) {
     }
 }
 
+// A licence of the harmonised model from a Greek-speaking country: Latin captions and numbers, and
+// the holder's names in Greek. Its first lines are mostly Latin, but one of them is a Greek word read
+// surely, so the page is not Latin print, and the address further down keeps its Greek letters
+// instead of coming back as Latin look-alikes ("AOHNA").
+TEST(Recognition, ALatinLookingPageWithAGreekNameKeepsItsGreek) {
+    const std::vector<std::string> lines{"FUHRERSCHEIN",   "1. ΓΕΩΡΓΙΟΥ",    "2. NIKOS",      "3. 13.10.1960",
+                                         "4a. 01.03.2019", "4b. 02.08.2031", "4c. LICENSING", "5. HP760H798",
+                                         "7. SIGNATURE",   "8. ΑΘΗΝΑ",       "9. AM B1 B"};
+    std::vector<Print> pieces;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        pieces.push_back({100, static_cast<int>(80 + 64 * i), 30, QString::fromStdString(lines[i])});
+    }
+    const auto result =
+        platform::Recognition::recognize(printed(1000, 800, pieces), {"en-US", "ru-RU", "el-GR"});
+    std::string text;
+    for (const auto& line : result.lines) {
+        text += line.text + "\n";
+    }
+    EXPECT_NE(text.find("ΑΘΗΝΑ"), std::string::npos) << text;
+}
+
 // Small Latin print photographed soft: read by the three models together, short words of letters that
 // Cyrillic and Greek share with Latin ("SEX M", "CLASS C", "NONE") come back in those scripts, and a
 // caption so read is no caption. On a page printed in Latin they are read again by the Latin model.
