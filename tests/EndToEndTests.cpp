@@ -555,6 +555,20 @@ TEST(Recognition, ALatinLookingPageWithAGreekNameKeepsItsGreek) {
     EXPECT_NE(text.find("ΑΘΗΝΑ"), std::string::npos) << text;
 }
 
+// A date in small print over a pattern often loses its points to colons or commas; read so, it is no
+// date to the field detector, and the mask goes with it.
+TEST(Recognition, ADateReadWithColonsComesBackWithPoints) {
+    const auto result = platform::Recognition::recognize(
+        printed(900, 200, {{80, 90, 34, "06:09:2015"}, {500, 90, 34, "10:45"}}), {"en-US"});
+    std::string text;
+    for (const auto& line : result.lines) {
+        text += line.text + "\n";
+    }
+    EXPECT_NE(text.find("06.09.2015"), std::string::npos) << text;
+    // A time is no date.
+    EXPECT_NE(text.find("10:45"), std::string::npos) << text;
+}
+
 // Small Latin print photographed soft: read by the three models together, short words of letters that
 // Cyrillic and Greek share with Latin ("SEX M", "CLASS C", "NONE") come back in those scripts, and a
 // caption so read is no caption. On a page printed in Latin they are read again by the Latin model.
