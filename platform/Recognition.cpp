@@ -653,7 +653,8 @@ constexpr double latinLine = 0.6;
 // Latin print over a security pattern comes back from the three models with look-alikes such as
 // "Мое", "Νόρο" or "ЗАМОФАУ" read at 0.0-0.5 (down to 67% Latin on the real specimens), while the
 // first lines of every Cyrillic or Greek document generated held a word of three letters or more of
-// its script read at 0.8 or surer (a Greek licence's name among Latin captions, say).
+// its script read at 0.8 or surer (a Greek licence's name among Latin captions, say). The first
+// half of the sample decides alone when it is Latin print already.
 constexpr std::size_t sampleLines = 8;
 constexpr int sampleLetters = 20;
 constexpr double latinSample = 0.9;
@@ -1061,21 +1062,30 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     // The page's first lines are read by every model; when they are Latin print, so is the rest of the
     // page, by the Latin model alone. The others would only be asked about its doubtful words, at the
     // price of a reading each, and what they answer there is look-alikes that are read again in Latin.
-    shared(readFirst, 0, sampleLines);
-    Scripts sampled;
-    bool foreignWords = false;
-    for (std::size_t i = 0; i < std::min(sampleLines, readings.size()); ++i) {
-        for (const Word& word : readings[i].words) {
-            const Scripts count = scripts(word);
-            sampled += count;
-            foreignWords |= count.foreign >= foreignWordLetters && word.confidence >= sureForeignWord;
+    auto latinPrint = [&](std::size_t lines) {
+        Scripts sampled;
+        bool foreignWords = false;
+        for (std::size_t i = 0; i < std::min(lines, readings.size()); ++i) {
+            for (const Word& word : readings[i].words) {
+                const Scripts count = scripts(word);
+                sampled += count;
+                foreignWords |= count.foreign >= foreignWordLetters && word.confidence >= sureForeignWord;
+            }
+        }
+        return sampled.latin >= sampleLetters &&
+               (mostlyLatin(sampled, latinSample) ||
+                (mostlyLatin(sampled, latinWithLookAlikes) && !foreignWords));
+    };
+    std::size_t sampledLines = 0;
+    for (const std::size_t lines : {sampleLines / 2, sampleLines}) {
+        shared(readFirst, sampledLines, lines);
+        sampledLines = lines;
+        if (mixed && latinPrint(lines)) {
+            readWith = "eng";
+            break;
         }
     }
-    if (mixed && sampled.latin >= sampleLetters &&
-        (mostlyLatin(sampled, latinSample) || (mostlyLatin(sampled, latinWithLookAlikes) && !foreignWords))) {
-        readWith = "eng";
-    }
-    shared(readFirst, sampleLines, detected.size());
+    shared(readFirst, sampledLines, detected.size());
     std::vector<Scripts> lineScripts;
     Scripts pageScripts;
     for (const LineReading& reading : readings) {
