@@ -54,6 +54,24 @@ Bitmap printed(int width, int height, const std::vector<Print>& pieces, QColor g
     return toBitmap(canvas);
 }
 
+// Lines of text one under another, each `step` pixels below the one before.
+std::vector<Print> stacked(const std::vector<std::string>& lines, int x, int top, int step, int pixels) {
+    std::vector<Print> pieces;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        pieces.push_back({x, static_cast<int>(top + step * i), pixels, QString::fromStdString(lines[i])});
+    }
+    return pieces;
+}
+
+// What recognition reads on a page, a line of text each.
+std::string recognisedText(const Bitmap& page, const std::vector<std::string>& languages) {
+    std::string text;
+    for (const auto& line : platform::Recognition::recognize(page, languages).lines) {
+        text += line.text + "\n";
+    }
+    return text;
+}
+
 // Share of the field's pixels that are pure black after masking: of its ink for printed text (the
 // blanks between masked words carry nothing), of its whole box for pictures and codes.
 double coverage(const Bitmap& original, const Bitmap& image, const DrawnField& field) {
@@ -495,16 +513,8 @@ TEST(Recognition, ADatePrintedWithAWideBlankIsReadAsOneLine) {
 // "OAOZEPMOY"), and a reading that stopped at the first model would lose their captions and names.
 TEST(Recognition, GreekAndCyrillicLinesComeBackInTheirOwnScript) {
     const std::vector<std::string> lines{"Ημερομηνία γέννησης", "Επώνυμο", "ΠΑΠΑΔΟΠΟΥΛΟΣ", "Дата народження"};
-    std::vector<Print> pieces;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        pieces.push_back({100, static_cast<int>(120 + 110 * i), 40, QString::fromStdString(lines[i])});
-    }
-    const auto result =
-        platform::Recognition::recognize(printed(1200, 560, pieces), {"en-US", "ru-RU", "el-GR"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::vector<Print> pieces = stacked(lines, 100, 120, 110, 40);
+    const std::string text = recognisedText(printed(1200, 560, pieces), {"en-US", "ru-RU", "el-GR"});
     // The Ukrainian caption's short "на" still comes back as Latin "Ha"; its long word must not.
     for (const std::string& expected : {lines[0], lines[1], lines[2], std::string("родження")}) {
         EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
@@ -520,15 +530,8 @@ TEST(Recognition, ABilingualPageKeepsItsOtherScriptPastItsFirstLines) {
         "Имя / Given names",       "MARIIA",     "Пол / Sex",         "F",
         "Date of birth",           "01.02.1985", "Place of birth",    "ГОРОД МОСКВА",
         "Орган, выдавший документ"};
-    std::vector<Print> pieces;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        pieces.push_back({100, static_cast<int>(90 + 70 * i), 32, QString::fromStdString(lines[i])});
-    }
-    const auto result = platform::Recognition::recognize(printed(1200, 1020, pieces), {"en-US", "ru-RU"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::vector<Print> pieces = stacked(lines, 100, 90, 70, 32);
+    const std::string text = recognisedText(printed(1200, 1020, pieces), {"en-US", "ru-RU"});
     for (const char* expected : {"МОСКВА", "документ"}) {
         EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
     }
@@ -542,28 +545,16 @@ TEST(Recognition, ALatinLookingPageWithAGreekNameKeepsItsGreek) {
     const std::vector<std::string> lines{"FUHRERSCHEIN",   "1. ΓΕΩΡΓΙΟΥ",    "2. NIKOS",      "3. 13.10.1960",
                                          "4a. 01.03.2019", "4b. 02.08.2031", "4c. LICENSING", "5. HP760H798",
                                          "7. SIGNATURE",   "8. ΑΘΗΝΑ",       "9. AM B1 B"};
-    std::vector<Print> pieces;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        pieces.push_back({100, static_cast<int>(80 + 64 * i), 30, QString::fromStdString(lines[i])});
-    }
-    const auto result =
-        platform::Recognition::recognize(printed(1000, 800, pieces), {"en-US", "ru-RU", "el-GR"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::vector<Print> pieces = stacked(lines, 100, 80, 64, 30);
+    const std::string text = recognisedText(printed(1000, 800, pieces), {"en-US", "ru-RU", "el-GR"});
     EXPECT_NE(text.find("ΑΘΗΝΑ"), std::string::npos) << text;
 }
 
 // A date in small print over a pattern often loses its points to colons or commas; read so, it is no
 // date to the field detector, and the mask goes with it.
 TEST(Recognition, ADateReadWithColonsComesBackWithPoints) {
-    const auto result = platform::Recognition::recognize(
-        printed(900, 200, {{80, 90, 34, "06:09:2015"}, {500, 90, 34, "10:45"}}), {"en-US"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::string text =
+        recognisedText(printed(900, 200, {{80, 90, 34, "06:09:2015"}, {500, 90, 34, "10:45"}}), {"en-US"});
     EXPECT_NE(text.find("06.09.2015"), std::string::npos) << text;
     // A time is no date.
     EXPECT_NE(text.find("10:45"), std::string::npos) << text;
@@ -586,11 +577,7 @@ TEST(Recognition, LatinPrintComesBackInLatinLetters) {
     }
     p.end();
     const QImage soft = canvas.scaled(300, 133, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    const auto result = platform::Recognition::recognize(toBitmap(soft), {"en-US", "ru-RU", "el-GR"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::string text = recognisedText(toBitmap(soft), {"en-US", "ru-RU", "el-GR"});
     const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
     int foreign = 0;
     for (int32_t i = 0; i < unicode.length(); i = unicode.moveIndex32(i, 1)) {
@@ -683,11 +670,7 @@ TEST(Recognition, LinesStandingOnEndAreReadTheWayTheyRun) {
         p.drawText(0, 0, numbers[i]);
     }
     p.end();
-    const auto result = platform::Recognition::recognize(toBitmap(canvas), {"en-US"});
-    std::string text;
-    for (const auto& line : result.lines) {
-        text += line.text + "\n";
-    }
+    const std::string text = recognisedText(toBitmap(canvas), {"en-US"});
     for (const char* number : numbers) {
         EXPECT_NE(text.find(number), std::string::npos) << number << " in\n" << text;
     }
