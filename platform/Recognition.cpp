@@ -846,7 +846,8 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
         cv::normalize(sharp, sharp, 0, 255, cv::NORM_MINMAX);
         keepSurer(sharp);
         // Coloured print on a coloured ground (a state's name in red over a pale blue pattern) can
-        // lose its contrast in grey; the colour channel that parts ink from ground best is read too.
+        // lose its contrast in grey; the colour channel that parts ink from ground best is read too,
+        // unless a reading so far is sure enough already.
         cv::Mat colour;
         cv::resize(level.image, colour, sized.size(), 0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
         std::vector<cv::Mat> channels;
@@ -856,7 +857,7 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
             parted.push_back(separation(channel));
         }
         const auto best = std::max_element(parted.begin(), parted.end());
-        if (*best > separation(sized)) {
+        if (*best > separation(sized) && meanConfidence(words) < weakReading) {
             // A red name is light in the red channel.
             cv::Mat& chosen = channels[best - parted.begin()];
             darkInk(chosen);
