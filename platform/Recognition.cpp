@@ -848,20 +848,22 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
         // Coloured print on a coloured ground (a state's name in red over a pale blue pattern) can
         // lose its contrast in grey; the colour channel that parts ink from ground best is read too,
         // unless a reading so far is sure enough already.
-        cv::Mat colour;
-        cv::resize(level.image, colour, sized.size(), 0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
-        std::vector<cv::Mat> channels;
-        cv::split(colour, channels);
-        std::vector<double> parted;
-        for (const cv::Mat& channel : channels) {
-            parted.push_back(separation(channel));
-        }
-        const auto best = std::max_element(parted.begin(), parted.end());
-        if (*best > separation(sized) && meanConfidence(words) < weakReading) {
-            // A red name is light in the red channel.
-            cv::Mat& chosen = channels[best - parted.begin()];
-            darkInk(chosen);
-            keepSurer(chosen);
+        if (meanConfidence(words) < weakReading) {
+            cv::Mat colour;
+            cv::resize(level.image, colour, sized.size(), 0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
+            std::vector<cv::Mat> channels;
+            cv::split(colour, channels);
+            std::vector<double> parted;
+            for (const cv::Mat& channel : channels) {
+                parted.push_back(separation(channel));
+            }
+            const auto best = std::max_element(parted.begin(), parted.end());
+            if (*best > separation(sized)) {
+                // A red name is light in the red channel.
+                cv::Mat& chosen = channels[best - parted.begin()];
+                darkInk(chosen);
+                keepSurer(chosen);
+            }
         }
     }
     return LineReading{std::move(words), kept, scale};
