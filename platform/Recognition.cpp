@@ -166,12 +166,6 @@ EnginePool& pool() {
     return instance;
 }
 
-// Engines that read machine-readable zone lines, set up for that on every use.
-EnginePool& zoneReaders() {
-    static EnginePool instance;
-    return instance;
-}
-
 int utf16Length(const std::string& utf8) {
     return icu::UnicodeString::fromUTF8(utf8).length();
 }
@@ -919,8 +913,10 @@ void datePoints(std::vector<Word>& words) {
 // Zone lines are printed in OCR-B, which the page's models read poorly, the more so with Cyrillic
 // loaded (its look-alikes win). The zone's alphabet is known and Latin, so such a line is read once
 // more on its own, by a Latin model held to that alphabet, at the height it reads best. The page's
-// reading is kept unless the zone reading still looks like a zone.
-std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
+// reading is kept unless the zone reading still looks like a zone. `latin` is the reading thread's
+// own Latin engine, held to the alphabet for this one reading only: a third and fourth engine, kept
+// for zones alone, cost a one-page process 0.14 processor-seconds of loading.
+std::vector<Word> zoneLine(tesseract::TessBaseAPI& latin, const cv::Mat& page, std::vector<Word> words) {
     cv::Rect box = words.front().box;
     for (const Word& w : words) {
         box |= w.box;
@@ -936,15 +932,14 @@ std::vector<Word> zoneLine(const cv::Mat& page, std::vector<Word> words) {
     cv::Mat grey, sized;
     cv::cvtColor(page(crop), grey, cv::COLOR_RGB2GRAY);
     cv::resize(grey, sized, cv::Size(), scale, scale, scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
-    Engine engine = zoneReaders().take("eng");
-    engine->SetPageSegMode(tesseract::PSM_SINGLE_LINE);
-    engine->SetVariable("tessedit_char_whitelist", "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789<");
-    engine->SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
+    latin.SetVariable("tessedit_char_whitelist", "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789<");
+    latin.SetImage(sized.data, sized.cols, sized.rows, 1, static_cast<int>(sized.step));
     std::vector<std::vector<Word>> read;
-    if (engine->Recognize(nullptr) == 0) {
-        read = textLines(*engine, true, crop.tl(), scale);
+    if (latin.Recognize(nullptr) == 0) {
+        read = textLines(latin, true, crop.tl(), scale);
     }
-    zoneReaders().give("eng", std::move(engine));
+    // An empty list lets every character through again, as before the reading.
+    latin.SetVariable("tessedit_char_whitelist", "");
     if (read.size() == 1 && zoneLike(read.front())) {
         fillersFromK(page, read.front());
         return std::move(read.front());
@@ -1016,9 +1011,9 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     }
     std::vector<LineReading> readings(detected.size());
     std::vector<cv::Mat> toPages(detected.size());
-    // `work(engine, i)` for every line i from `from` to before `to`, by `readers` threads taking lines
+    // `work(engine, i)` for every line i from `from` to before `to`, by `threads` threads taking lines
     // in turn; `engine(models)` gives the thread's engine of those models, taken when first asked for.
-    auto shared = [&](const auto& work, std::size_t from, std::size_t to) {
+    auto shared = [&](const auto& work, std::size_t from, std::size_t to, int threads) {
         to = std::min(to, detected.size());
         std::atomic<std::size_t> next{from};
         auto read = [&] {
@@ -1040,7 +1035,7 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         };
         // The helpers' futures wait for them on every way out of this block, exceptions included.
         std::vector<std::future<void>> helpers;
-        for (int r = 1; r < readers; ++r) {
+        for (int r = 1; r < threads; ++r) {
             helpers.push_back(std::async(std::launch::async, read));
         }
         read();
@@ -1079,16 +1074,19 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
                (mostlyLatin(sampled, latinSample) ||
                 (mostlyLatin(sampled, latinWithLookAlikes) && !foreignWords));
     };
+    // The first lines are read by one reader: a second engine of every model would take longer to
+    // load than those few lines take to read, and on a Latin page it would read nothing else. The face
+    // search, beside, keeps the other core busy meanwhile.
     std::size_t sampledLines = 0;
     for (const std::size_t lines : {sampleLines / 2, sampleLines}) {
-        shared(readFirst, sampledLines, lines);
+        shared(readFirst, sampledLines, lines, lines == sampleLines / 2 ? 1 : readers);
         sampledLines = lines;
         if (mixed && latinPrint(lines)) {
             readWith = "eng";
             break;
         }
     }
-    shared(readFirst, sampledLines, detected.size());
+    shared(readFirst, sampledLines, detected.size(), readers);
     std::vector<Scripts> lineScripts;
     Scripts pageScripts;
     for (const LineReading& reading : readings) {
@@ -1103,10 +1101,10 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
         }
         toPage(words, toPages[i]);
         if (!words.empty() && zoneCandidate(zoneCount(words))) {
-            words = zoneLine(page, std::move(words));
+            words = zoneLine(engine("eng"), page, std::move(words));
         }
     };
-    shared(settle, 0, detected.size());
+    shared(settle, 0, detected.size(), readers);
     // Each detected line's reading, as lines of text; a zone row read by the zone's reader takes the
     // place of its pieces, at the place of the first.
     std::vector<std::vector<Line>> lines(detected.size());

@@ -410,7 +410,7 @@ TEST(Recognition, TwoReadersReadExactlyWhatOneReads) {
 
 TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
     const DrawnDocument card = bilingualCard();
-    const auto result = platform::Recognition::recognize(card.image, {"en-US", "ru-RU"});
+    const auto result = platform::Recognition::recognize(card.image, {"en-US", "ru-RU"}, 1);
     std::vector<std::string> zone;
     for (const auto& line : result.lines) {
         if (std::count(line.text.begin(), line.text.end(), '<') >= 2) {
@@ -424,6 +424,10 @@ TEST(Recognition, ZoneLinesComeBackInTheZoneAlphabetWithTheirCodes) {
     }
     EXPECT_EQ(zone[0], "P<FRAMARTIN<<CLAIRE<SOPHIE<<<<<<<<<<<<<<<<<<");
     EXPECT_EQ(zone[1], "X4RTBPFW46FRA8507147F3301018<<<<<<<<<<<<<<04");
+    // The zone is read by the page's own Latin engine, held to the zone's alphabet for that reading
+    // only: the next page it reads keeps its small letters.
+    const std::string next = recognisedText(printed(900, 200, {{80, 110, 40, "Place of birth"}}), {"en-US"});
+    EXPECT_EQ(next, "Place of birth\n");
 }
 
 // A zone in OCR-B on pale paper, room for 48 characters a line: each line dark for its first `dark`
