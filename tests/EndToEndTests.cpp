@@ -616,6 +616,18 @@ TEST(Recognition, ASoftValueOnAShadedGroundIsRead) {
     EXPECT_NE(result.lines[0].text.find("NYTOWN 02127"), std::string::npos) << result.lines[0].text;
 }
 
+// A licence's small print photographed out of focus: each line is read with its edges steepened.
+TEST(Recognition, PrintOutOfFocusIsRead) {
+    const std::vector<std::string> lines{"4d DLN 384192776", "3 DOB 08/31/1978", "8 2417 MAPLE AVENUE"};
+    Bitmap page = printed(900, 330, stacked(lines, 80, 90, 90, 26));
+    cv::Mat pixels(page.height, page.width, CV_8UC3, page.pixels.data(), page.rowBytes());
+    cv::GaussianBlur(pixels, pixels, cv::Size(), 3.0);
+    const std::string text = recognisedText(page, {"en-US"});
+    for (const char* value : {" 384192776", "DOB 08/31/1978", "2417 MAPLE AVENUE"}) {
+        EXPECT_NE(text.find(value), std::string::npos) << text;
+    }
+}
+
 // White print on a dark grey band (a licence's class or restriction bar): no colour channel parts it
 // better than grey does, and the engine does not read it as it is; it is read turned dark.
 TEST(Recognition, LightPrintOnADarkBandIsRead) {
