@@ -530,6 +530,49 @@ ZoneBand zoneBand(std::vector<FoundLine> found, int cols, int rows) {
     return band;
 }
 
+// How steep the print's edges are against the contrast around them: at each pixel where ink meets
+// ground, the grey step between its neighbours (Sobel, a quarter of its magnitude) over the range
+// of grey within four pixels, the sharpest tenth of the line's edges taken. A step of print
+// blurred by a Gaussian of sigma pixels gives about 0.8 / sigma, an ideal step 1, and print enlarged
+// to the reading height less. The range is taken locally, so that a ground shaded from dark to light
+// does not pass for soft print.
+double edgeSteepness(const cv::Mat& grey) {
+    constexpr int around = 9;    // pixels: the window of the local range
+    constexpr double inked = 40; // grey levels of local range for a pixel to count as an edge
+    cv::Mat gx, gy, magnitude, high, low;
+    cv::Sobel(grey, gx, CV_32F, 1, 0);
+    cv::Sobel(grey, gy, CV_32F, 0, 1);
+    cv::magnitude(gx, gy, magnitude);
+    const cv::Mat window = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(around, around));
+    cv::dilate(grey, high, window);
+    cv::erode(grey, low, window);
+    std::vector<float> ratios;
+    for (int y = 1; y < grey.rows - 1; ++y) {
+        for (int x = 1; x < grey.cols - 1; ++x) {
+            const int range = high.at<std::uint8_t>(y, x) - low.at<std::uint8_t>(y, x);
+            if (range >= inked) {
+                ratios.push_back(magnitude.at<float>(y, x) / 4 / static_cast<float>(range));
+            }
+        }
+    }
+    if (ratios.size() < 20) {
+        return 1;
+    }
+    const auto tenth = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() * 9 / 10);
+    std::nth_element(ratios.begin(), tenth, ratios.end());
+    return *tenth;
+}
+
+// Soft edges made steep: twice the image's difference from a blur of `sigma` pixels added, and again.
+// The engines binarise first, and a soft edge binarises into strokes that run together.
+void steepen(cv::Mat& grey, double sigma) {
+    for (int pass = 0; pass < 2; ++pass) {
+        cv::Mat soft;
+        cv::GaussianBlur(grey, soft, cv::Size(), sigma);
+        cv::addWeighted(grey, 3, soft, -2, 0, grey);
+    }
+}
+
 // A zone row read by the zone's own reader, its cells as glyph boxes in the page's pixels; none when
 // the row cannot be cut into its characters.
 std::optional<Word> readZoneRow(const cv::Mat& page, const ZoneRow& row) {
@@ -545,6 +588,15 @@ std::optional<Word> readZoneRow(const cv::Mat& page, const ZoneRow& row) {
     }
     cv::Mat grey;
     cv::cvtColor(level.image, grey, cv::COLOR_RGB2GRAY);
+    // Blur is judged as on a page's line, at the height lines are read (the row's box is half a line
+    // taller here), and the row is steepened at its own size, which the reader's cells refer to.
+    const double lineScale = 1.5 * lineHeight / grey.rows;
+    cv::Mat sized;
+    cv::resize(grey, sized, cv::Size(), lineScale, lineScale,
+               lineScale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
+    if (edgeSteepness(sized) < blurredEdges) {
+        steepen(grey, 2 / lineScale);
+    }
     const std::optional<ZoneReader::Reading> reading = ZoneReader::read(grey, row.length);
     if (!reading) {
         return std::nullopt;
@@ -597,39 +649,6 @@ double span(const std::vector<Word>& words, int width) {
         right = std::max(right, word.box.x + word.box.width);
     }
     return static_cast<double>(right - left) / width;
-}
-
-// How steep the print's edges are against the contrast around them: at each pixel where ink meets
-// ground, the grey step between its neighbours (Sobel, a quarter of its magnitude) over the range
-// of grey within four pixels, the sharpest tenth of the line's edges taken. A step of print
-// blurred by a Gaussian of sigma pixels gives about 0.8 / sigma, an ideal step 1, and print enlarged
-// to the reading height less. The range is taken locally, so that a ground shaded from dark to light
-// does not pass for soft print.
-double edgeSteepness(const cv::Mat& grey) {
-    constexpr int around = 9;    // pixels: the window of the local range
-    constexpr double inked = 40; // grey levels of local range for a pixel to count as an edge
-    cv::Mat gx, gy, magnitude, high, low;
-    cv::Sobel(grey, gx, CV_32F, 1, 0);
-    cv::Sobel(grey, gy, CV_32F, 0, 1);
-    cv::magnitude(gx, gy, magnitude);
-    const cv::Mat window = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(around, around));
-    cv::dilate(grey, high, window);
-    cv::erode(grey, low, window);
-    std::vector<float> ratios;
-    for (int y = 1; y < grey.rows - 1; ++y) {
-        for (int x = 1; x < grey.cols - 1; ++x) {
-            const int range = high.at<std::uint8_t>(y, x) - low.at<std::uint8_t>(y, x);
-            if (range >= inked) {
-                ratios.push_back(magnitude.at<float>(y, x) / 4 / static_cast<float>(range));
-            }
-        }
-    }
-    if (ratios.size() < 20) {
-        return 1;
-    }
-    const auto tenth = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() * 9 / 10);
-    std::nth_element(ratios.begin(), tenth, ratios.end());
-    return *tenth;
 }
 
 // How well Otsu's threshold parts an image into two classes: their between-class variance.
@@ -847,15 +866,9 @@ LineReading readLine(tesseract::TessBaseAPI& engine, const TextDetector::LevelLi
     cv::resize(grey, sized, cv::Size(std::max(1, static_cast<int>(std::lround(grey.cols * scale))), height),
                0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
     auto read = [&](const cv::Mat& image) { return readImage(engine, image, scale); };
-    // Print out of focus (its edges far softer than its contrast) is read with its edges steepened:
-    // twice its difference from a 2-pixel blur added, and again. The engine binarises first, and a
-    // soft edge binarises into strokes that run together.
+    // Print out of focus (its edges far softer than its contrast) is read with its edges steepened.
     if (edgeSteepness(sized) < blurredEdges) {
-        for (int pass = 0; pass < 2; ++pass) {
-            cv::Mat soft;
-            cv::GaussianBlur(sized, soft, cv::Size(), 2);
-            cv::addWeighted(sized, 3, soft, -2, 0, sized);
-        }
+        steepen(sized, 2);
     }
     std::vector<Word> words = read(sized);
     cv::Mat kept = sized;
