@@ -1138,8 +1138,8 @@ TextResult recognizeText(const Bitmap& image, const std::string& languages, int 
     // load than those few lines take to read, and on a Latin page it would read nothing else. The face
     // search, beside, keeps the other core busy meanwhile.
     std::size_t sampledLines = 0;
-    for (const std::size_t lines : {sampleLines / 2, sampleLines}) {
-        shared(readFirst, sampledLines, lines, lines == sampleLines / 2 ? 1 : readers);
+    for (const auto& [lines, threads] : {std::pair{sampleLines / 2, 1}, std::pair{sampleLines, readers}}) {
+        shared(readFirst, sampledLines, lines, threads);
         sampledLines = lines;
         if (mixed && latinPrint(lines)) {
             readWith = "eng";
