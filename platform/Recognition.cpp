@@ -5,6 +5,7 @@
 
 #include <ZXing/ReadBarcode.h>
 #include <leptonica/allheaders.h>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 #include <tesseract/baseapi.h>
@@ -23,6 +24,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <tuple>
 
 #include <unistd.h>
 
@@ -164,6 +166,8 @@ private:
     std::mutex mutex_;
     std::map<std::string, std::vector<Engine>> idle_;
 };
+
+std::atomic<bool> oneCore{false};
 
 EnginePool& pool() {
     static EnginePool instance;
@@ -1302,6 +1306,11 @@ std::vector<Box> detectFaces(const Bitmap& image) {
         loaded(second, "haarcascade_frontalface_default.xml")
             .detectMultiScale(grey, found, 1.1, 6, 0, cv::Size(smallestPortrait, smallestPortrait));
     }
+    // The cascade's threads hand their finds back in whatever order they finish; a page gives the
+    // same list on one core or two.
+    std::sort(found.begin(), found.end(), [](const cv::Rect& a, const cv::Rect& b) {
+        return std::tie(a.y, a.x, a.width, a.height) < std::tie(b.y, b.x, b.width, b.height);
+    });
     for (const cv::Rect& ghost : ghostsOf(grey, found)) {
         found.push_back(ghost);
     }
@@ -1391,6 +1400,12 @@ std::vector<std::string> supportedLanguages() {
     return found;
 }
 
+void setCoresPerDocument(int cores) {
+    oneCore = cores <= 1;
+    // OpenCV's loops (the networks, the face cascade) share one pool for the whole process.
+    cv::setNumThreads(oneCore ? 1 : -1);
+}
+
 Result recognize(const Bitmap& image, const std::vector<std::string>& languages, int readers) {
     if (image.empty()) {
         throw RecognitionError("nothing to recognise: the image is empty");
@@ -1409,11 +1424,11 @@ Result recognize(const Bitmap& image, const std::vector<std::string>& languages,
         throw RecognitionError("no text recognition model is installed for the requested languages");
     }
     // Faces and barcodes run beside the text recognition, which keeps one core busy on its own.
-    auto others = std::async(std::launch::async, [&image] {
+    auto others = std::async(oneCore ? std::launch::deferred : std::launch::async, [&image] {
         return std::pair{detectFaces(image), detectBarcodes(image)};
     });
     Result result;
-    TextResult text = recognizeText(image, models, std::max(1, readers));
+    TextResult text = recognizeText(image, models, oneCore ? 1 : std::max(1, readers));
     result.lines = std::move(text.lines);
     result.zones = std::move(text.zones);
     result.spacedNumbers = std::move(text.spacedNumbers);

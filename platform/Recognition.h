@@ -63,9 +63,15 @@ void limitRecognitionThreads(char** argv);
 // when the language data folder cannot be read.
 std::vector<std::string> supportedLanguages();
 
+// How many cores one document's work may take, for the whole process: 2 (the default) spreads the
+// networks' loops over the machine, reads lines on two engines and searches faces beside them; 1 keeps
+// all of it on the calling thread, for programs that run one document a core. The results are the
+// same either way. Call before any work starts.
+void setCoresPerDocument(int cores);
+
 // Text (in the given language order, as far as models for them are loaded), faces and barcodes, run
-// together; the text's lines are read by `readers` engines at once (one a core), with the same
-// result however many. Throws RecognitionError.
+// together; the text's lines are read by `readers` engines at once (one a core; one in all where
+// documents have a core each), with the same result however many. Throws RecognitionError.
 Result recognize(const Bitmap& image, const std::vector<std::string>& languages, int readers = 2);
 
 // The two searches `recognize` runs beside the text, on their own: faces (grown to the head) and
