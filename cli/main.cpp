@@ -24,6 +24,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 namespace fs = std::filesystem;
 using namespace cli;
 
@@ -47,6 +49,15 @@ Exit codes:
   2  wrong arguments, or a malformed JSON input
 )";
 
+// Every core, but no more documents at a time than the memory holds: one takes up to about 600 MB.
+int defaultCores() {
+    constexpr long long perDocument = 600LL << 20;
+    const long long memory = static_cast<long long>(::sysconf(_SC_PHYS_PAGES)) * ::sysconf(_SC_PAGESIZE);
+    const long long fit = memory > 0 ? memory / perDocument : 1;
+    return static_cast<int>(
+        std::clamp<long long>(std::min<long long>(std::thread::hardware_concurrency(), fit), 1, 64));
+}
+
 struct Arguments {
     std::vector<std::string> positional;
     std::optional<fs::path> output, regions, lines, report;
@@ -54,7 +65,7 @@ struct Arguments {
     bool markCopy = false;
     std::string purpose, markDate;
     bool json = false;
-    int cores = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 64);
+    int cores = defaultCores();
 };
 
 // The switches of the optional kinds, for the commands that paint.
@@ -98,7 +109,8 @@ copy without metadata.
     redact
         .add_option("-j", a.cores,
                     "cores to use, 1 to 64 (default: " + std::to_string(a.cores) +
-                        ", this machine's); with many files, N go at a time, one a core")
+                        ": this machine's cores, as far as its memory holds a document for each); with many "
+                        "files, N go at a time, one a core")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
     redact.add_option("--report", a.report, "a JSON report, or a folder with many files")
