@@ -28,6 +28,16 @@
 
 #include <unistd.h>
 
+// Every model Tesseract loads builds its table of ambiguous characters for all scripts (a few
+// thousand entries in sorted lists), which only the legacy classifier and its dictionary consult;
+// the line recogniser alone reads here. Building it was a tenth of a one-page process's processor
+// time (five models a process). The library calls it through its own symbol table, so this empty
+// definition, exported by the program, stands in for it; what is read stays the same.
+extern "C" void
+skipUniversalAmbiguities(void*, const void*,
+                         void*) __asm__("_ZN9tesseract13UnicharAmbigs13LoadUniversalERKNS_10UNICHARSETEPS1_");
+extern "C" void skipUniversalAmbiguities(void*, const void*, void*) {}
+
 namespace platform::Recognition {
 namespace {
 

@@ -20,8 +20,11 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <thread>
 #include <tuple>
+
+#include <dlfcn.h>
 
 using namespace testing_support;
 
@@ -413,6 +416,16 @@ TEST(ZoneReader, ALineIsCutIntoItsCharactersFromTheFirstWhateverItsEnd) {
     EXPECT_EQ(reading->text.substr(0, 27), line.substr(0, 27));
     // Too few characters to find a pitch: no reading rather than a guess.
     EXPECT_FALSE(platform::ZoneReader::read(zoneLine("P<", 48, 0), 36));
+}
+
+TEST(Recognition, TesseractCallsTheProgramsStandInForItsAmbiguityTable) {
+    // A link that stopped exporting the stand-in would bring the table back, silently, at a tenth of
+    // every page's time.
+    void* found = dlsym(RTLD_DEFAULT, "_ZN9tesseract13UnicharAmbigs13LoadUniversalERKNS_10UNICHARSETEPS1_");
+    ASSERT_NE(found, nullptr);
+    Dl_info owner{};
+    ASSERT_NE(dladdr(found, &owner), 0);
+    EXPECT_EQ(std::string(owner.dli_fname).find("libtesseract"), std::string::npos) << owner.dli_fname;
 }
 
 TEST(Recognition, OneReaderOrOneCoreReadsExactlyWhatTwoRead) {
