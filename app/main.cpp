@@ -48,7 +48,6 @@ void screenshotWhenSettled(MainWindow& window, AppModel& model, const QString& f
 } // namespace
 
 int main(int argc, char** argv) {
-    platform::Recognition::limitRecognitionThreads(argv);
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Quorvel"));
     QApplication::setApplicationName(QStringLiteral("Quorvel"));

@@ -45,7 +45,6 @@ struct Spent {
 } // namespace
 
 int main(int argc, char** argv) {
-    platform::Recognition::limitRecognitionThreads(argv);
     if (argc != 2) {
         std::fprintf(stderr, "usage: stage_profile FOLDER\n");
         return 2;

@@ -418,7 +418,6 @@ std::string helpText(const CLI::App& app) {
 } // namespace
 
 int main(int argc, char** argv) {
-    platform::Recognition::limitRecognitionThreads(argv);
     CLI::App app("", "quorvel-cli");
     Arguments arguments;
     declare(app, arguments);

@@ -26,6 +26,7 @@
 #include <mutex>
 #include <tuple>
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 // Every model Tesseract loads builds its table of ambiguous characters for all scripts (a few
@@ -128,9 +129,22 @@ using Engine = std::unique_ptr<tesseract::TessBaseAPI, TesseractDeleter>;
 
 // Loading the models takes longer than recognising a card; engines are kept and reused, one caller
 // at a time each.
+// Tesseract spreads a line's network over OpenMP threads, which spin while they wait: on two cores
+// they tripled a page's time (2.6 s against 0.9 s), and the other core has work of its own. OpenMP
+// keeps that limit per thread, so each thread that takes an engine sets it for itself; a Tesseract
+// built without OpenMP has nothing to set.
+void oneOpenMPThread() {
+    using SetLevels = void (*)(int);
+    static const auto set = reinterpret_cast<SetLevels>(::dlsym(RTLD_DEFAULT, "omp_set_max_active_levels"));
+    if (set) {
+        set(0); // no parallel region is active: each runs on the thread that meets it
+    }
+}
+
 class EnginePool {
 public:
     Engine take(const std::string& languages) {
+        oneOpenMPThread();
         {
             std::lock_guard lock(mutex_);
             auto it = idle_.find(languages);
@@ -1377,17 +1391,6 @@ std::vector<Box> detectBarcodes(const Bitmap& image) {
         boxes.push_back(normalised(r.x, r.y, r.x + r.width, r.y + r.height, image.width, image.height));
     }
     return boxes;
-}
-
-void limitRecognitionThreads(char** argv) {
-    // Tesseract's OpenMP threads spin while they wait: on two cores they tripled the time of a page
-    // (2.6 s against 0.9 s), and faces and barcodes already use the other core.
-    if (std::getenv("OMP_THREAD_LIMIT")) {
-        return;
-    }
-    ::setenv("OMP_THREAD_LIMIT", "1", 1);
-    ::execv("/proc/self/exe", argv);
-    // Without /proc the program goes on; it is only slower.
 }
 
 std::vector<std::string> supportedLanguages() {

@@ -54,11 +54,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Call first thing in main(): caps the recogniser's OpenMP threads at one for the whole process. The
-// runtime reads that cap only when it loads, so the first call sets it and re-executes the program;
-// the cap is kept if the program was started with one of its own.
-void limitRecognitionThreads(char** argv);
-
 // Installed recognition languages as ll-RR identifiers ("eng" gives "en-US"). Throws RecognitionError
 // when the language data folder cannot be read.
 std::vector<std::string> supportedLanguages();

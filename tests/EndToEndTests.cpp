@@ -19,6 +19,8 @@
 #include <unicode/uscript.h>
 
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -426,6 +428,23 @@ TEST(Recognition, TesseractCallsTheProgramsStandInForItsAmbiguityTable) {
     Dl_info owner{};
     ASSERT_NE(dladdr(found, &owner), 0);
     EXPECT_EQ(std::string(owner.dli_fname).find("libtesseract"), std::string::npos) << owner.dli_fname;
+}
+
+TEST(Recognition, LeavesNoOpenMPThreadsBehind) {
+    // Tesseract's OpenMP threads spin while they wait, and each thread that reads starts with the
+    // runtime's own limits: a reader on a new thread must meet every loop alone.
+    const DrawnDocument card = bilingualCard();
+    platform::Recognition::recognize(card.image, {"en-US"}, 2); // the networks' own pools start here
+    auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                             std::filesystem::directory_iterator());
+    };
+    std::thread reader([&] {
+        const auto before = threads();
+        platform::Recognition::recognize(card.image, {"en-US"}, 1);
+        EXPECT_EQ(threads(), before);
+    });
+    reader.join();
 }
 
 TEST(Recognition, OneReaderOrOneCoreReadsExactlyWhatTwoRead) {
