@@ -27,16 +27,16 @@
 #include <tuple>
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 // Every model Tesseract loads builds its table of ambiguous characters for all scripts (a few
 // thousand entries in sorted lists), which only the legacy classifier and its dictionary consult;
 // the line recogniser alone reads here. Building it was a tenth of a one-page process's processor
 // time (five models a process). The library calls it through its own symbol table, so this empty
 // definition, exported by the program, stands in for it; what is read stays the same.
-extern "C" void
-skipUniversalAmbiguities(void*, const void*,
-                         void*) __asm__("_ZN9tesseract13UnicharAmbigs13LoadUniversalERKNS_10UNICHARSETEPS1_");
+// clang-format off
+extern "C" void skipUniversalAmbiguities(void*, const void*, void*) __asm__(
+    "_ZN9tesseract13UnicharAmbigs13LoadUniversalERKNS_10UNICHARSETEPS1_");
+// clang-format on
 extern "C" void skipUniversalAmbiguities(void*, const void*, void*) {}
 
 namespace platform::Recognition {
@@ -127,8 +127,6 @@ struct TesseractDeleter {
 };
 using Engine = std::unique_ptr<tesseract::TessBaseAPI, TesseractDeleter>;
 
-// Loading the models takes longer than recognising a card; engines are kept and reused, one caller
-// at a time each.
 // Tesseract spreads a line's network over OpenMP threads, which spin while they wait: on two cores
 // they tripled a page's time (2.6 s against 0.9 s), and the other core has work of its own. OpenMP
 // keeps that limit per thread, so each thread that takes an engine sets it for itself; a Tesseract
@@ -141,6 +139,7 @@ void oneOpenMPThread() {
     }
 }
 
+// Engines are kept and reused, one caller at a time each, rather than loaded for every page.
 class EnginePool {
 public:
     Engine take(const std::string& languages) {
