@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <set>
@@ -24,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include <sched.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -49,13 +51,40 @@ Exit codes:
   2  wrong arguments, or a malformed JSON input
 )";
 
-// Every core, but no more documents at a time than the memory holds: one takes up to about 600 MB.
+// The first number in a file, if it holds one: a container's limits ("max" or a missing file: none).
+std::optional<long long> firstNumber(const char* path) {
+    std::ifstream in(path);
+    long long value = 0;
+    return in >> value ? std::optional(value) : std::nullopt;
+}
+
+// The cores the program may run on, but no more documents at a time than the memory holds: one takes
+// up to about 600 MB. A container's limits count (cgroup v2 and v1), as does a CPU affinity mask.
 int defaultCores() {
+    cpu_set_t allowed;
+    long long cores = ::sched_getaffinity(0, sizeof allowed, &allowed) == 0
+                          ? CPU_COUNT(&allowed)
+                          : std::thread::hardware_concurrency();
+    std::ifstream cpuMax("/sys/fs/cgroup/cpu.max");
+    long long quota = 0, period = 0;
+    if (!(cpuMax >> quota >> period)) {
+        quota = firstNumber("/sys/fs/cgroup/cpu/cpu.cfs_quota_us").value_or(-1);
+        period = firstNumber("/sys/fs/cgroup/cpu/cpu.cfs_period_us").value_or(0);
+    }
+    if (quota > 0 && period > 0) {
+        cores = std::min(cores, std::max(1LL, quota / period));
+    }
+    long long memory = static_cast<long long>(::sysconf(_SC_PHYS_PAGES)) * ::sysconf(_SC_PAGESIZE);
+    for (const char* limit : {"/sys/fs/cgroup/memory.max", "/sys/fs/cgroup/memory/memory.limit_in_bytes"}) {
+        if (const auto bytes = firstNumber(limit); bytes && *bytes > 0) {
+            memory = memory > 0 ? std::min(memory, *bytes) : *bytes;
+        }
+    }
     constexpr long long perDocument = 600LL << 20;
-    const long long memory = static_cast<long long>(::sysconf(_SC_PHYS_PAGES)) * ::sysconf(_SC_PAGESIZE);
-    const long long fit = memory > 0 ? memory / perDocument : 1;
-    return static_cast<int>(
-        std::clamp<long long>(std::min<long long>(std::thread::hardware_concurrency(), fit), 1, 64));
+    if (memory > 0) {
+        cores = std::min(cores, memory / perDocument);
+    }
+    return static_cast<int>(std::clamp(cores, 1LL, 64LL));
 }
 
 struct Arguments {
@@ -109,7 +138,7 @@ copy without metadata.
     redact
         .add_option("-j", a.cores,
                     "cores to use, 1 to 64 (default: " + std::to_string(a.cores) +
-                        ": this machine's cores, as far as its memory holds a document for each); with many "
+                        ": the cores it may use, as far as memory holds a document for each); with many "
                         "files, N go at a time, one a core")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
