@@ -8,6 +8,7 @@
 #include <jpeglib.h>
 #include <libheif/heif.h>
 
+#include <algorithm>
 #include <array>
 #include <csetjmp>
 #include <cstdio>
@@ -261,6 +262,12 @@ Properties heifProperties(std::span<const std::uint8_t> data) {
 Bitmap decodeHeif(std::span<const std::uint8_t> data) {
     HeifContext heif;
     openPrimary(heif, data);
+    // A tiled image states its size twice: in its properties, which the loader checks against its
+    // limits, and in its grid, which decoding follows. A grid larger than the stated size (a 1.4 KB
+    // file asking for 27,000 x 27,000 pixels) is refused before its pixels are allocated.
+    heif_context_set_maximum_image_size_limit(
+        heif.context,
+        std::max(heif_image_handle_get_width(heif.handle), heif_image_handle_get_height(heif.handle)) + 1);
     // libheif applies the rotation and mirror boxes while decoding; the EXIF orientation of a HEIF
     // file repeats them for old readers and must not be applied a second time.
     const bool hasAlpha = heif_image_handle_has_alpha_channel(heif.handle);

@@ -175,6 +175,12 @@ TEST_F(Hostile, MalformedHeifBoxes) {
     }
     const Outcome scrambled = photo(heic, "scrambled.heic");
     expectBounded(scrambled, "scrambled HEIF");
+    // Found by fuzzing: a 32 x 32 image whose grid asks for 26,995 x 26,725 pixels (4 GB before it
+    // was refused).
+    const Outcome grid = photo(
+        readBytes(std::filesystem::path(QUORVEL_TEST_DATA) / "grid-larger-than-declared.heic"), "grid.heic");
+    EXPECT_EQ(grid.error, DocumentError::invalidImage);
+    expectBounded(grid, "HEIF grid larger than its stated size");
 }
 
 TEST_F(Hostile, AJpegOfMoreScansThanCamerasWriteIsRefused) {
