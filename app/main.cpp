@@ -5,7 +5,6 @@
 #include "ConsentDialog.h"
 #include "MainWindow.h"
 #include "QtDialogs.h"
-#include "Recognition.h"
 #include "Theme.h"
 
 #include <QApplication>

@@ -347,6 +347,10 @@ int runRedact(const Arguments& a) {
         throw UsageError("redact needs -o OUT.png, or -o DIR with many files");
     }
     const std::optional<CopyMark> mark = copyMark(a);
+    // Documents side by side, a core each, do more in a minute than one document spread over the
+    // cores, whose work does not divide evenly.
+    const int workers = std::min<int>(a.cores, static_cast<int>(a.positional.size()));
+    platform::Recognition::setCoresPerDocument(a.cores / workers);
     std::error_code error;
     const bool toFolder = a.positional.size() > 1 || fs::is_directory(*a.output, error);
     if (!toFolder) {
@@ -357,7 +361,6 @@ int runRedact(const Arguments& a) {
         if (a.report && (sameFile(a.positional[0], *a.report) || sameFile(*a.output, *a.report))) {
             throw UsageError("the report would overwrite the input or the output: " + a.report->string());
         }
-        platform::Recognition::setCoresPerDocument(a.cores);
         redactOne(a.positional[0], *a.output, a.policy, mark, a.report, true);
         return exitOK;
     }
@@ -386,10 +389,6 @@ int runRedact(const Arguments& a) {
             }
         }
     }
-    // Documents side by side, a core each, do more in a minute than one document spread over the
-    // cores, whose work does not divide evenly.
-    const int workers = std::min<int>(a.cores, static_cast<int>(jobs.size()));
-    platform::Recognition::setCoresPerDocument(a.cores / workers);
     Progress progress(jobs.size());
     std::atomic<std::size_t> next{0};
     std::atomic<std::size_t> failures{0};
