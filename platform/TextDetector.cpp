@@ -205,6 +205,17 @@ Vote upsideDown(const cv::Mat& line) {
     return vote;
 }
 
+// A line of a page as it lies on the page turned a quarter clockwise: the point (x, y) of a page
+// `rows` high is (rows - 1 - y, x) there.
+cv::RotatedRect turnedClockwise(const cv::RotatedRect& line, int rows) {
+    std::vector<cv::Point2f> corners(4);
+    line.points(corners.data());
+    for (cv::Point2f& p : corners) {
+        p = cv::Point2f(static_cast<float>(rows - 1) - p.y, p.x);
+    }
+    return cv::minAreaRect(corners);
+}
+
 // Direction is judged on at most this many of the longest lines; lines shorter than this many line
 // heights say little about their direction.
 constexpr std::size_t directionLines = 12;
@@ -214,6 +225,39 @@ constexpr double directionAspect = 3.0;
 // degrees of their common slant agree with it.
 constexpr double levelFrom = 1.0;
 constexpr double slantAgreement = 2.0;
+
+// Whether a page's longest lines across it read upside down, by a clear majority of their votes: an
+// upright page must never be turned by a doubt.
+bool mostlyUpsideDown(const cv::Mat& page, std::vector<cv::RotatedRect> found) {
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return longSide(a) > longSide(b); });
+    found.resize(std::min(found.size(), directionLines));
+    std::vector<cv::Mat> levelled;
+    double unjudged = 0;
+    for (const cv::RotatedRect& l : found) {
+        if (across(l)) {
+            if (cv::Mat image = level(page, l).image; !image.empty()) {
+                unjudged += image.cols;
+                levelled.push_back(std::move(image));
+            }
+        }
+    }
+    constexpr double majority = 0.6;
+    double flipped = 0, total = 0;
+    for (const cv::Mat& image : levelled) {
+        // A line adds at most its length to the votes for and to all votes; once the lines not yet
+        // judged could not change the outcome either way, they are not judged.
+        const double lead = flipped - majority * total;
+        if (lead + (1 - majority) * unjudged <= 0 || lead - majority * unjudged > 0) {
+            break;
+        }
+        const Vote vote = upsideDown(image);
+        flipped += vote.flipped;
+        total += vote.total;
+        unjudged -= image.cols;
+    }
+    return total > 0 && flipped > majority * total;
+}
 
 // The lines of the last few pages searched. Turning a page upright searches the very page that
 // recognition reads next, so the network runs once for both.
@@ -298,43 +342,28 @@ int uprightTurns(const cv::Mat& page, int side) {
     }
     int turns = 0;
     if (standing > 4 * lying) {
-        cv::Mat standing;
-        cv::rotate(page, standing, cv::ROTATE_90_CLOCKWISE);
-        small = standing;
+        // The standing lines, as they lie on the page turned a quarter clockwise, tell which quarter
+        // turn stands the page up; it is then searched once more, already that way up, and that
+        // search is the one recognition reads (a search is most of a sideways page's time).
+        cv::Mat clockwise;
+        cv::rotate(page, clockwise, cv::ROTATE_90_CLOCKWISE);
+        std::vector<cv::RotatedRect> stood;
+        for (const cv::RotatedRect& l : found) {
+            if (!across(l)) {
+                stood.push_back(turnedClockwise(l, page.rows));
+            }
+        }
+        turns = mostlyUpsideDown(clockwise, std::move(stood)) ? 3 : 1;
+        if (turns == 1) {
+            small = clockwise;
+        } else {
+            cv::rotate(page, small, cv::ROTATE_90_COUNTERCLOCKWISE);
+        }
         found = lines(small, side);
         std::erase_if(found,
                       [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
-        turns = 1;
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const auto& a, const auto& b) { return longSide(a) > longSide(b); });
-    found.resize(std::min(found.size(), directionLines));
-    std::vector<cv::Mat> levelled;
-    double unjudged = 0;
-    for (const cv::RotatedRect& l : found) {
-        if (across(l)) {
-            if (cv::Mat image = level(small, l).image; !image.empty()) {
-                unjudged += image.cols;
-                levelled.push_back(std::move(image));
-            }
-        }
-    }
-    // Upside down only on a clear majority: an upright page must never be turned by a doubt.
-    constexpr double majority = 0.6;
-    double flipped = 0, total = 0;
-    for (const cv::Mat& image : levelled) {
-        // A line adds at most its length to the votes for and to all votes; once the lines not yet
-        // judged could not change the outcome either way, they are not judged.
-        const double lead = flipped - majority * total;
-        if (lead + (1 - majority) * unjudged <= 0 || lead - majority * unjudged > 0) {
-            break;
-        }
-        const Vote vote = upsideDown(image);
-        flipped += vote.flipped;
-        total += vote.total;
-        unjudged -= image.cols;
-    }
-    if (total > 0 && flipped > majority * total) {
+    if (mostlyUpsideDown(small, std::move(found))) {
         turns += 2;
     }
     return turns % 4;
