@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string_view>
 #include <vector>
 
@@ -201,6 +202,14 @@ Bitmap decodeJpeg(std::span<const std::uint8_t> data) {
 
 // ---- HEIF (libheif) ----
 
+std::uint64_t bigEndian(std::span<const std::uint8_t> bytes) {
+    std::uint64_t value = 0;
+    for (std::uint8_t b : bytes) {
+        value = value << 8 | b;
+    }
+    return value;
+}
+
 struct HeifContext {
     heif_context* context = heif_context_alloc();
     heif_image_handle* handle = nullptr;
@@ -241,8 +250,7 @@ ExifFacts heifExif(heif_image_handle* handle) {
         return {};
     }
     // The block starts with a 4-byte big-endian offset to the TIFF header.
-    const std::uint32_t offset = (std::uint32_t{block[0]} << 24) | (std::uint32_t{block[1]} << 16) |
-                                 (std::uint32_t{block[2]} << 8) | block[3];
+    const std::uint64_t offset = bigEndian(std::span(block).first(4));
     if (offset > size - 4) {
         return {};
     }
@@ -259,15 +267,159 @@ Properties heifProperties(std::span<const std::uint8_t> data) {
     return properties;
 }
 
+// ---- HEVC parameter sets of a HEIF file ----
+
+// Calls `each(type, body)` for every whole box in `data`, in order; a box that claims more than is
+// there ends the walk.
+template <class Each> void forEachBox(std::span<const std::uint8_t> data, Each&& each) {
+    std::size_t at = 0;
+    while (data.size() - at >= 8) {
+        std::uint64_t size = bigEndian(data.subspan(at, 4));
+        std::size_t header = 8;
+        if (size == 1 && data.size() - at >= 16) {
+            size = bigEndian(data.subspan(at + 8, 8));
+            header = 16;
+        } else if (size == 0) {
+            size = data.size() - at;
+        }
+        if (size < header || size > data.size() - at) {
+            return;
+        }
+        each(std::string_view(reinterpret_cast<const char*>(data.data() + at + 4), 4),
+             data.subspan(at + header, size - header));
+        at += size;
+    }
+}
+
+// Reads a NAL unit's payload bit by bit, its emulation prevention bytes (the 3 of 0 0 3) left out.
+class BitReader {
+public:
+    explicit BitReader(std::span<const std::uint8_t> nal) {
+        int zeros = 0;
+        for (std::uint8_t b : nal) {
+            if (zeros >= 2 && b == 3) {
+                zeros = 0;
+                continue;
+            }
+            bytes_.push_back(b);
+            zeros = b == 0 ? zeros + 1 : 0;
+        }
+    }
+    // Throws std::out_of_range past the end.
+    std::uint64_t bits(int count) {
+        std::uint64_t value = 0;
+        for (int i = 0; i < count; ++i, ++at_) {
+            value = value << 1 | ((bytes_.at(at_ / 8) >> (7 - at_ % 8)) & 1);
+        }
+        return value;
+    }
+    std::uint64_t unsignedGolomb() {
+        int zeros = 0;
+        while (bits(1) == 0) {
+            if (++zeros > 31) {
+                throw std::out_of_range("Exp-Golomb code too long");
+            }
+        }
+        return (std::uint64_t{1} << zeros) - 1 + bits(zeros);
+    }
+
+private:
+    std::vector<std::uint8_t> bytes_;
+    std::size_t at_ = 0;
+};
+
+// The picture a sequence parameter set declares: its larger side in luma samples.
+std::uint64_t codedSide(std::span<const std::uint8_t> sps) {
+    BitReader in(sps);
+    in.bits(16); // NAL unit header
+    in.bits(4);  // video parameter set id
+    const int subLayers = static_cast<int>(in.bits(3));
+    in.bits(1);
+    in.bits(96); // general profile, tier and level
+    std::vector<std::pair<bool, bool>> present(static_cast<std::size_t>(subLayers));
+    for (auto& [profile, level] : present) {
+        profile = in.bits(1) != 0;
+        level = in.bits(1) != 0;
+    }
+    if (subLayers > 0) {
+        in.bits(2 * (8 - subLayers));
+    }
+    for (const auto& [profile, level] : present) {
+        in.bits((profile ? 88 : 0) + (level ? 8 : 0));
+    }
+    in.unsignedGolomb(); // parameter set id
+    if (in.unsignedGolomb() == 3) {
+        in.bits(1); // colour planes coded apart
+    }
+    const std::uint64_t width = in.unsignedGolomb();
+    return std::max(width, in.unsignedGolomb());
+}
+
+// The larger side of the largest picture any HEVC configuration of the file declares (0 when none
+// can be read: libheif then refuses the file itself).
+std::uint64_t largestCodedSide(std::span<const std::uint8_t> file) {
+    std::uint64_t largest = 0;
+    auto inside = [](std::string_view wanted, std::size_t skip, auto&& then) {
+        return [wanted, skip, then](std::string_view type, std::span<const std::uint8_t> body) {
+            if (type == wanted && body.size() >= skip) {
+                then(body.subspan(skip));
+            }
+        };
+    };
+    auto configurations = [&](std::span<const std::uint8_t> properties) {
+        forEachBox(properties, [&](std::string_view type, std::span<const std::uint8_t> body) {
+            if (type != "hvcC" || body.size() < 23) {
+                return;
+            }
+            std::size_t at = 23;
+            for (int array = 0; array < body[22] && body.size() - at >= 3; ++array) {
+                const int nalType = body[at] & 0x3F;
+                const auto units = bigEndian(body.subspan(at + 1, 2));
+                at += 3;
+                for (std::uint64_t unit = 0; unit < units && body.size() - at >= 2; ++unit) {
+                    const std::size_t length = bigEndian(body.subspan(at, 2));
+                    at += 2;
+                    if (length > body.size() - at) {
+                        return;
+                    }
+                    if (nalType == 33) { // a sequence parameter set
+                        try {
+                            largest = std::max(largest, codedSide(body.subspan(at, length)));
+                        } catch (const std::out_of_range&) {
+                        }
+                    }
+                    at += length;
+                }
+            }
+        });
+    };
+    // meta (a full box) > iprp > ipco > hvcC
+    forEachBox(file, inside("meta", 4, [&](auto meta) {
+                   forEachBox(meta, inside("iprp", 0, [&](auto iprp) {
+                                  forEachBox(iprp, inside("ipco", 0, configurations));
+                              }));
+               }));
+    return largest;
+}
+
 Bitmap decodeHeif(std::span<const std::uint8_t> data) {
     HeifContext heif;
     openPrimary(heif, data);
-    // A tiled image states its size twice: in its properties, which the loader checks against its
-    // limits, and in its grid, which decoding follows. A grid larger than the stated size (a 1.4 KB
-    // file asking for 27,000 x 27,000 pixels) is refused before its pixels are allocated.
-    heif_context_set_maximum_image_size_limit(
-        heif.context,
-        std::max(heif_image_handle_get_width(heif.handle), heif_image_handle_get_height(heif.handle)) + 1);
+    // The image's size is stated in its properties, which the loader checks against its limits, but
+    // decoding follows the grid of a tiled image and the parameters of each coded picture. A grid or a
+    // picture larger than the stated size is refused before its pixels are allocated: a 1.4 KB file
+    // asked for 27,000 x 27,000 pixels by its grid, a 15 KB one stating 64 x 64 coded 8,192 x 8,192
+    // (430 MB and 2.7 s to decode). Coded pictures are rounded up to whole coding blocks, and the
+    // stated size is the coded one before any crop. A file of several images whose main image is not
+    // the largest is refused too.
+    const int stated = std::max(
+        {heif_image_handle_get_width(heif.handle), heif_image_handle_get_height(heif.handle),
+         heif_image_handle_get_ispe_width(heif.handle), heif_image_handle_get_ispe_height(heif.handle)});
+    heif_context_set_maximum_image_size_limit(heif.context, stated + 1);
+    constexpr int largestCodingBlock = 64;
+    if (largestCodedSide(data) > static_cast<std::uint64_t>(stated) + largestCodingBlock) {
+        throw CodecError("HEIF image codes a picture larger than its stated size");
+    }
     // libheif applies the rotation and mirror boxes while decoding; the EXIF orientation of a HEIF
     // file repeats them for old readers and must not be applied a second time.
     const bool hasAlpha = heif_image_handle_has_alpha_channel(heif.handle);
@@ -323,9 +475,7 @@ Container sniff(std::span<const std::uint8_t> data) noexcept {
         return Container::png;
     }
     if (data.size() >= 16 && std::memcmp(data.data() + 4, "ftyp", 4) == 0) {
-        const std::size_t boxSize =
-            std::min<std::size_t>(data.size(), (std::size_t{data[0]} << 24) | (std::size_t{data[1]} << 16) |
-                                                   (std::size_t{data[2]} << 8) | data[3]);
+        const std::size_t boxSize = std::min<std::uint64_t>(data.size(), bigEndian(data.first(4)));
         for (std::string_view brand : {"heic", "heix", "heim", "heis", "hevc", "hevx"}) {
             if (hasBrand(data, brand, boxSize)) {
                 return Container::heic;

@@ -181,6 +181,13 @@ TEST_F(Hostile, MalformedHeifBoxes) {
         readBytes(std::filesystem::path(QUORVEL_TEST_DATA) / "grid-larger-than-declared.heic"), "grid.heic");
     EXPECT_EQ(grid.error, DocumentError::invalidImage);
     expectBounded(grid, "HEIF grid larger than its stated size");
+    // A 15 KB image stating 64 x 64 pixels whose coded picture is 8,192 x 8,192 (430 MB to decode).
+    const Outcome coded =
+        photo(readBytes(std::filesystem::path(QUORVEL_TEST_DATA) / "picture-larger-than-declared.heic"),
+              "coded.heic");
+    EXPECT_EQ(coded.error, DocumentError::invalidImage);
+    EXPECT_LT(coded.peakMiB, 100) << "the coded picture was decoded before it was refused";
+    expectBounded(coded, "HEIF picture larger than its stated size");
 }
 
 TEST_F(Hostile, AJpegOfMoreScansThanCamerasWriteIsRefused) {
