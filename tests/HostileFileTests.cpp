@@ -188,6 +188,11 @@ TEST_F(Hostile, MalformedHeifBoxes) {
     EXPECT_EQ(coded.error, DocumentError::invalidImage);
     EXPECT_LT(coded.peakMiB, 100) << "the coded picture was decoded before it was refused";
     expectBounded(coded, "HEIF picture larger than its stated size");
+    // Found by fuzzing: a grid whose one tile is the grid itself (900 MB and the threads run out).
+    const Outcome loop =
+        photo(readBytes(std::filesystem::path(QUORVEL_TEST_DATA) / "grid-made-of-itself.heic"), "loop.heic");
+    EXPECT_EQ(loop.error, DocumentError::invalidImage);
+    expectBounded(loop, "HEIF grid made of itself");
 }
 
 TEST_F(Hostile, AJpegOfMoreScansThanCamerasWriteIsRefused) {
