@@ -106,9 +106,11 @@ LoadedDocument load(const std::filesystem::path& file, bool turnText) {
         throw DocumentError(DocumentError::invalidImage);
     }
     Decoder::Properties properties;
+    // The decoding libraries' own failures, whatever they throw (a codec's error, memory or threads
+    // they could not get on a hostile file), mean that this file cannot be read.
     try {
         properties = Decoder::readProperties(bytes, container);
-    } catch (const platform::CodecError&) {
+    } catch (const std::exception&) {
         throw DocumentError(DocumentError::invalidImage);
     }
     const long long width = properties.width;
@@ -122,9 +124,7 @@ LoadedDocument load(const std::filesystem::path& file, bool turnText) {
     Bitmap upright;
     try {
         upright = Decoder::decodeUpright(bytes, container);
-    } catch (const platform::CodecError&) {
-        throw DocumentError(DocumentError::invalidImage);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         throw DocumentError(DocumentError::invalidImage);
     }
     // A container whose image differs from what its header declared is not trusted.
