@@ -294,14 +294,21 @@ template <class Each> void forEachBox(std::span<const std::uint8_t> data, Each&&
     }
 }
 
-// A box visitor that hands `then` the body of each box of type `wanted`, its first `skip` bytes (a
-// full box's version and flags) left out.
-template <class Then> auto inside(std::string_view wanted, std::size_t skip, Then then) {
-    return [wanted, skip, then](std::string_view type, std::span<const std::uint8_t> body) {
-        if (type == wanted && body.size() >= skip) {
-            then(body.subspan(skip));
+// Calls `each(type, body)` for every box within the boxes `path` names, each inside the one before,
+// from the file's top level ('meta' is a full box: its version and flags come first).
+template <class Each>
+void forEachBoxWithin(std::span<const std::uint8_t> data, std::span<const std::string_view> path,
+                      Each&& each) {
+    if (path.empty()) {
+        forEachBox(data, each);
+        return;
+    }
+    forEachBox(data, [&](std::string_view type, std::span<const std::uint8_t> body) {
+        const std::size_t skip = type == "meta" ? 4 : 0;
+        if (type == path.front() && body.size() >= skip) {
+            forEachBoxWithin(body.subspan(skip), path.subspan(1), each);
         }
-    };
+    });
 }
 
 // Reads a NAL unit's payload bit by bit, its emulation prevention bytes (the 3 of 0 0 3) left out.
@@ -372,39 +379,32 @@ std::uint64_t codedSide(std::span<const std::uint8_t> sps) {
 // can be read: libheif then refuses the file itself).
 std::uint64_t largestCodedSide(std::span<const std::uint8_t> file) {
     std::uint64_t largest = 0;
-    auto configurations = [&](std::span<const std::uint8_t> properties) {
-        forEachBox(properties, [&](std::string_view type, std::span<const std::uint8_t> body) {
-            if (type != "hvcC" || body.size() < 23) {
-                return;
-            }
-            std::size_t at = 23;
-            for (int array = 0; array < body[22] && body.size() - at >= 3; ++array) {
-                const int nalType = body[at] & 0x3F;
-                const auto units = bigEndian(body.subspan(at + 1, 2));
-                at += 3;
-                for (std::uint64_t unit = 0; unit < units && body.size() - at >= 2; ++unit) {
-                    const std::size_t length = bigEndian(body.subspan(at, 2));
-                    at += 2;
-                    if (length > body.size() - at) {
-                        return;
-                    }
-                    if (nalType == 33) { // a sequence parameter set
-                        try {
-                            largest = std::max(largest, codedSide(body.subspan(at, length)));
-                        } catch (const std::out_of_range&) {
-                        }
-                    }
-                    at += length;
+    constexpr std::array<std::string_view, 3> properties{"meta", "iprp", "ipco"};
+    forEachBoxWithin(file, properties, [&](std::string_view type, std::span<const std::uint8_t> body) {
+        if (type != "hvcC" || body.size() < 23) {
+            return;
+        }
+        std::size_t at = 23;
+        for (int array = 0; array < body[22] && body.size() - at >= 3; ++array) {
+            const int nalType = body[at] & 0x3F;
+            const auto units = bigEndian(body.subspan(at + 1, 2));
+            at += 3;
+            for (std::uint64_t unit = 0; unit < units && body.size() - at >= 2; ++unit) {
+                const std::size_t length = bigEndian(body.subspan(at, 2));
+                at += 2;
+                if (length > body.size() - at) {
+                    return;
                 }
+                if (nalType == 33) { // a sequence parameter set
+                    try {
+                        largest = std::max(largest, codedSide(body.subspan(at, length)));
+                    } catch (const std::out_of_range&) {
+                    }
+                }
+                at += length;
             }
-        });
-    };
-    // meta (a full box) > iprp > ipco > hvcC
-    forEachBox(file, inside("meta", 4, [&](auto meta) {
-                   forEachBox(meta, inside("iprp", 0, [&](auto iprp) {
-                                  forEachBox(iprp, inside("ipco", 0, configurations));
-                              }));
-               }));
+        }
+    });
     return largest;
 }
 
@@ -415,32 +415,28 @@ std::uint64_t largestCodedSide(std::span<const std::uint8_t> file) {
 // 900 MB before the program failed.
 bool derivedFromItself(std::span<const std::uint8_t> file, std::uint64_t item) {
     std::map<std::uint64_t, std::vector<std::uint64_t>> uses;
-    forEachBox(file, inside("meta", 4, [&](std::span<const std::uint8_t> meta) {
-                   forEachBox(meta, inside("iref", 0, [&](std::span<const std::uint8_t> iref) {
-                                  if (iref.size() < 4) {
-                                      return;
-                                  }
-                                  const std::size_t id = iref[0] == 0 ? 2 : 4;
-                                  forEachBox(iref.subspan(4), [&](std::string_view kind,
-                                                                  std::span<const std::uint8_t> ref) {
-                                      if ((kind != "dimg" && kind != "auxl") || ref.size() < id + 2) {
-                                          return;
-                                      }
-                                      const std::uint64_t from = bigEndian(ref.first(id));
-                                      const std::uint64_t count = bigEndian(ref.subspan(id, 2));
-                                      for (std::uint64_t i = 0;
-                                           i < count && ref.size() >= id + 2 + (i + 1) * id; ++i) {
-                                          const std::uint64_t to =
-                                              bigEndian(ref.subspan(id + 2 + i * id, id));
-                                          if (kind == "dimg") {
-                                              uses[from].push_back(to);
-                                          } else {
-                                              uses[to].push_back(from);
-                                          }
-                                      }
-                                  });
-                              }));
-               }));
+    constexpr std::array<std::string_view, 1> meta{"meta"};
+    forEachBoxWithin(file, meta, [&](std::string_view type, std::span<const std::uint8_t> iref) {
+        if (type != "iref" || iref.size() < 4) {
+            return;
+        }
+        const std::size_t id = iref[0] == 0 ? 2 : 4; // an item's number: 16 bits in version 0, else 32
+        forEachBox(iref.subspan(4), [&](std::string_view kind, std::span<const std::uint8_t> ref) {
+            if ((kind != "dimg" && kind != "auxl") || ref.size() < id + 2) {
+                return;
+            }
+            const std::uint64_t from = bigEndian(ref.first(id));
+            const std::uint64_t count = bigEndian(ref.subspan(id, 2));
+            for (std::uint64_t i = 0; i < count && ref.size() >= id + 2 + (i + 1) * id; ++i) {
+                const std::uint64_t to = bigEndian(ref.subspan(id + 2 + i * id, id));
+                if (kind == "dimg") {
+                    uses[from].push_back(to);
+                } else {
+                    uses[to].push_back(from);
+                }
+            }
+        });
+    });
     constexpr std::size_t deepest = 8; // an overlay of grids of tiles is three
     std::set<std::uint64_t> path, finished;
     std::function<bool(std::uint64_t)> loops = [&](std::uint64_t at) {

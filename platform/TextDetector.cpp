@@ -321,14 +321,23 @@ std::vector<cv::RotatedRect> lines(const cv::Mat& rgb, int side) {
     return found;
 }
 
+namespace {
+
+// The lines long enough to tell which way they read.
+std::vector<cv::RotatedRect> telling(std::vector<cv::RotatedRect> found) {
+    std::erase_if(found,
+                  [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
+    return found;
+}
+
+} // namespace
+
 int uprightTurns(const cv::Mat& page, int side) {
     if (page.empty()) {
         return 0;
     }
     cv::Mat small = page;
-    std::vector<cv::RotatedRect> found = lines(small, side);
-    std::erase_if(found,
-                  [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
+    std::vector<cv::RotatedRect> found = telling(lines(small, side));
     if (found.empty()) {
         return 0;
     }
@@ -359,9 +368,7 @@ int uprightTurns(const cv::Mat& page, int side) {
         } else {
             cv::rotate(page, small, cv::ROTATE_90_COUNTERCLOCKWISE);
         }
-        found = lines(small, side);
-        std::erase_if(found,
-                      [](const cv::RotatedRect& l) { return longSide(l) < directionAspect * shortSide(l); });
+        found = telling(lines(small, side));
     }
     if (mostlyUpsideDown(small, std::move(found))) {
         turns += 2;
