@@ -2,7 +2,9 @@
 
 #include "Recognition.h"
 
+#include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/dnn.hpp>
+#include <opencv2/dnn/all_layers.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -21,6 +23,74 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// x * clip(x + 3, 0, 6): hard-swish times six (the models' division by six is folded into what follows),
+// the converted models' activation (tools/models/convert_text_detector.py). Exported, it is three
+// operations, for which OpenCV makes two maps of their own and three passes; this is one pass in place.
+// What OpenCV ran inside the product (the per-channel scaling or the division that follows) runs
+// inside this pass the same way: the networks compute what they computed before, bit for bit.
+class ScaledHardSwish : public cv::dnn::Layer {
+public:
+    explicit ScaledHardSwish(const cv::dnn::LayerParams& params) { setParamsFrom(params); }
+
+    static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
+        return cv::makePtr<ScaledHardSwish>(params);
+    }
+
+    bool getMemoryShapes(const std::vector<cv::dnn::MatShape>& inputs, int,
+                         std::vector<cv::dnn::MatShape>& outputs,
+                         std::vector<cv::dnn::MatShape>&) const override {
+        outputs.assign(1, inputs.at(0));
+        return true; // in place
+    }
+
+    // OpenCV offers the following layer again each time it sets the network up for a new size.
+    bool setActivation(const cv::Ptr<cv::dnn::ActivationLayer>& layer) override {
+        following_ = layer;
+        return !following_.empty();
+    }
+
+    void forward(cv::InputArrayOfArrays in, cv::OutputArrayOfArrays out, cv::OutputArrayOfArrays) override {
+        std::vector<cv::Mat> inputs, outputs;
+        in.getMatVector(inputs);
+        out.getMatVector(outputs);
+        const cv::Mat& source = inputs.at(0);
+        CV_Assert(source.type() == CV_32F && source.isContinuous() && source.dims == 4);
+        const float* from = source.ptr<float>();
+        float* to = outputs.at(0).ptr<float>();
+        const int channels = source.size[1];
+        const std::size_t plane = source.total(2);
+        const int batches = source.size[0];
+        cv::parallel_for_(cv::Range(0, batches * channels), [&](const cv::Range& range) {
+            for (int c = range.start; c < range.end; ++c) {
+                activate(from + c * plane, to + c * plane, plane);
+                if (following_) {
+                    following_->forwardSlice(to + c * plane, to + c * plane, static_cast<int>(plane), plane,
+                                             c % channels, c % channels + 1);
+                }
+            }
+        });
+    }
+
+private:
+    static void activate(const float* from, float* to, std::size_t count) {
+        std::size_t i = 0;
+#if CV_SIMD
+        const cv::v_float32 zero = cv::vx_setzero_f32(), three = cv::vx_setall_f32(3.0f),
+                            six = cv::vx_setall_f32(6.0f);
+        for (; i + cv::v_float32::nlanes <= count; i += cv::v_float32::nlanes) {
+            const cv::v_float32 x = cv::vx_load(from + i);
+            cv::v_store(to + i, x * cv::v_min(cv::v_max(x + three, zero), six));
+        }
+#endif
+        for (; i < count; ++i) {
+            const float x = from[i];
+            to[i] = x * std::min(std::max(x + 3.0f, 0.0f), 6.0f);
+        }
+    }
+
+    cv::Ptr<cv::dnn::ActivationLayer> following_;
+};
+
 // A network is not safe to run from two threads at once, so each thread loads its own, once. One
 // loaded network serves inputs of every size: the model conversion folds what OpenCV 4.6 would fold
 // again at each new size (tools/models/convert_text_detector.py).
@@ -28,6 +98,10 @@ cv::dnn::Net& network(const std::string& name) {
     thread_local std::map<std::string, cv::dnn::Net> loaded;
     cv::dnn::Net& net = loaded[name];
     if (net.empty()) {
+        static std::once_flag registered;
+        std::call_once(registered, [] {
+            cv::dnn::LayerFactory::registerLayer("ScaledHardSwish", ScaledHardSwish::create);
+        });
         net = cv::dnn::readNetFromONNX(modelFile(name).string());
         net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     }

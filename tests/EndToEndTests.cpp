@@ -827,7 +827,8 @@ TEST(TextDetector, ARegionOfSeveralPrintedLinesIsCutBetweenThem) {
 }
 
 // Each thread loads the line network once and searches pages of every size with it: the lines found
-// on a page after pages of other sizes are those a freshly loaded network finds.
+// on a page after pages of other sizes are those a freshly loaded network finds. OpenCV sets the
+// network up again for each size, folding and fusing its layers anew, the program's own layer too.
 TEST(TextDetector, APageSearchedAfterPagesOfOtherSizesGivesTheSameLines) {
     auto rgb = [](Bitmap& image) {
         return cv::Mat(image.height, image.width, CV_8UC3, image.pixels.data(), image.rowBytes());

@@ -21,6 +21,11 @@ scaling. The same sums, in double precision; the map differs from the published 
 per-channel scaling only when it knows the input's shape at import: --shape declares one, and the
 network still takes inputs of every size.
 
+Each hard-swish activation, x * clip(x + 3, 0, 6) / 6, is exported as four nodes. Its first three
+become one ScaledHardSwish node, which the program supplies to OpenCV (platform/TextDetector.cpp):
+OpenCV would give two of them maps of their own (about 40 MB of the line detector's memory at the
+size of an A4 page) and three passes where one does. The division stays, or stays folded.
+
     convert_text_detector.py SOURCE.onnx OUTPUT.onnx [--shape N,C,H,W]
 """
 
@@ -194,6 +199,41 @@ def fold_scalar_affines(nodes, values):
         nodes = [replaced.get(id(n), n) for n in nodes if id(n) not in gone or id(n) in replaced]
 
 
+def fuse_hard_swish(nodes, values):
+    """Each x * clip(x + 3, 0, 6), three nodes as exported (its division by 6 is folded into what
+    follows), becomes one ScaledHardSwish node of the program's own: one pass over the map, in place,
+    where OpenCV would make two maps and three passes."""
+
+    def scalar(name):
+        array = values.get(name)
+        return float(array.reshape(-1)[0]) if array is not None and array.size == 1 else None
+
+    users = {}
+    for node in nodes:
+        for name in node.input:
+            users.setdefault(name, []).append(node)
+
+    def only_user(node, op_type):
+        following = users.get(node.output[0], [])
+        return following[0] if len(following) == 1 and following[0].op_type == op_type else None
+
+    gone, replaced = set(), {}
+    for add in nodes:
+        if add.op_type != "Add" or len(add.input) != 2 or scalar(add.input[1]) != 3.0:
+            continue
+        x = add.input[0]
+        clip = only_user(add, "Clip")
+        bounds = {a.name: helper.get_attribute_value(a) for a in clip.attribute} if clip is not None else {}
+        if bounds.get("min") != 0.0 or bounds.get("max") != 6.0:
+            continue
+        mul = only_user(clip, "Mul")
+        if mul is None or sorted(mul.input) != sorted([x, clip.output[0]]):
+            continue
+        gone |= {id(add), id(clip)}
+        replaced[id(mul)] = helper.make_node("ScaledHardSwish", [x], list(mul.output), name=mul.output[0])
+    return [replaced.get(id(n), n) for n in nodes if id(n) not in gone]
+
+
 def convert(source, output, shape=None):
     model = onnx.load(source)
     graph = model.graph
@@ -217,7 +257,7 @@ def convert(source, output, shape=None):
         rewritten.append(helper.make_node("Clip", [node.input[0]], list(node.output), name=node.name, **bounds))
     del graph.node[:]
     graph.node.extend(rewritten)
-    rewritten = fold_scalar_affines(fold_transposed_convolutions(graph, values), values)
+    rewritten = fuse_hard_swish(fold_scalar_affines(fold_transposed_convolutions(graph, values), values), values)
     used = {name for node in rewritten for name in node.input}
     kept = [n for n in rewritten if n.op_type != "Constant" or n.output[0] in used]
     del graph.node[:]
