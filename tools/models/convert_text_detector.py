@@ -46,25 +46,46 @@ def constant_values(graph):
     return values
 
 
+def scalar(values, name):
+    """The value of a one-element constant, or None."""
+    array = values.get(name)
+    return float(array.reshape(-1)[0]) if array is not None and array.size == 1 else None
+
+
+def attributes(node):
+    return {a.name: helper.get_attribute_value(a) for a in node.attribute}
+
+
+def readers(nodes):
+    """Each value's name, with the nodes reading it."""
+    users = {}
+    for node in nodes:
+        for name in node.input:
+            users.setdefault(name, []).append(node)
+    return users
+
+
+def only_reader(users, node, op_type):
+    """The node of that type reading this node's output, when it is the only one reading it."""
+    following = users.get(node.output[0], [])
+    return following[0] if len(following) == 1 and following[0].op_type == op_type else None
+
+
 def fold_transposed_convolutions(graph, values):
     """Each ConvTranspose followed by an Add of a constant bias, and optionally a BatchNormalization,
     becomes one ConvTranspose with those folded into its weights and bias."""
-    users = {}
-    for node in graph.node:
-        for name in node.input:
-            users.setdefault(name, []).append(node)
+    users = readers(graph.node)
 
     def only_user(node, op_type):
-        following = users.get(node.output[0], [])
-        return following[0] if len(following) == 1 and following[0].op_type == op_type else None
+        return only_reader(users, node, op_type)
 
     # Nodes are named by their first output, which is unique in a graph.
     dropped, replaced, constants = set(), {}, []
     for node in graph.node:
         add = only_user(node, "Add") if node.op_type == "ConvTranspose" and len(node.input) == 2 else None
-        attributes = {a.name: helper.get_attribute_value(a) for a in node.attribute}
+        given = attributes(node)
         # Per output channel; the weights hold (input channels, output channels / group, kh, kw).
-        if add is None or attributes.get("group", 1) != 1:
+        if add is None or given.get("group", 1) != 1:
             continue
         bias_name = add.input[1] if add.input[0] == node.output[0] else add.input[0]
         if bias_name not in values or node.input[1] not in values:
@@ -88,7 +109,7 @@ def fold_transposed_convolutions(graph, values):
             constants.append(helper.make_node("Constant", [], [tensor.name], value=tensor))
             folded.append(tensor.name)
         replaced[node.output[0]] = helper.make_node(
-            "ConvTranspose", [node.input[0]] + folded, list(last.output), name=node.name, **attributes
+            "ConvTranspose", [node.input[0]] + folded, list(last.output), name=node.name, **given
         )
     return constants + [replaced.get(n.output[0], n) for n in graph.node if n.output[0] not in dropped]
 
@@ -97,13 +118,6 @@ def fold_scalar_affines(nodes, values):
     """Folds each scalar Mul-then-Add that follows a convolution into it, and each that follows
     anything else (an activation, or its division by a constant) into the pointwise convolutions
     reading it, or else into one BatchNormalization of per-channel constants."""
-
-    def scalar(name):
-        array = values.get(name)
-        return float(array.reshape(-1)[0]) if array is not None and array.size == 1 else None
-
-    def attributes(node):
-        return {a.name: helper.get_attribute_value(a) for a in node.attribute}
 
     def constant(name, array):
         tensor = numpy_helper.from_array(array.astype(np.float32), name)
@@ -118,23 +132,19 @@ def fold_scalar_affines(nodes, values):
     constants = []
     folds = 0
     while True:
-        users, producer = {}, {}
-        for node in nodes:
-            for name in node.input:
-                users.setdefault(name, []).append(node)
-            producer[node.output[0]] = node
+        users = readers(nodes)
+        producer = {node.output[0]: node for node in nodes}
 
         def only_user(node, op_type):
-            following = users.get(node.output[0], [])
-            return following[0] if len(following) == 1 and following[0].op_type == op_type else None
+            return only_reader(users, node, op_type)
 
         def scale_and_shift(node):
             mul = only_user(node, "Mul")
             add = only_user(mul, "Add") if mul is not None else None
             if add is None:
                 return None
-            c = scalar(mul.input[1] if mul.input[0] == node.output[0] else mul.input[0])
-            d = scalar(add.input[1] if add.input[0] == mul.output[0] else add.input[0])
+            c = scalar(values, mul.input[1] if mul.input[0] == node.output[0] else mul.input[0])
+            d = scalar(values, add.input[1] if add.input[0] == mul.output[0] else add.input[0])
             return None if c is None or d is None else (mul, add, c, d)
 
         def channels(name):
@@ -164,8 +174,8 @@ def fold_scalar_affines(nodes, values):
                 break
             # A division by a constant before the scale is the same scale.
             source, divide = node.output[0], None
-            if node.op_type == "Div" and scalar(node.input[1]):
-                source, divide, c = node.input[0], node, c / scalar(node.input[1])
+            if node.op_type == "Div" and scalar(values, node.input[1]):
+                source, divide, c = node.input[0], node, c / scalar(values, node.input[1])
             following = users.get(add.output[0], [])
             replaced, made = {}, []
             if following and all(pointwise(f) and f.input[0] == add.output[0] for f in following):
@@ -203,30 +213,17 @@ def fuse_hard_swish(nodes, values):
     """Each x * clip(x + 3, 0, 6), three nodes as exported (its division by 6 is folded into what
     follows), becomes one ScaledHardSwish node of the program's own: one pass over the map, in place,
     where OpenCV would make two maps and three passes."""
-
-    def scalar(name):
-        array = values.get(name)
-        return float(array.reshape(-1)[0]) if array is not None and array.size == 1 else None
-
-    users = {}
-    for node in nodes:
-        for name in node.input:
-            users.setdefault(name, []).append(node)
-
-    def only_user(node, op_type):
-        following = users.get(node.output[0], [])
-        return following[0] if len(following) == 1 and following[0].op_type == op_type else None
-
+    users = readers(nodes)
     gone, replaced = set(), {}
     for add in nodes:
-        if add.op_type != "Add" or len(add.input) != 2 or scalar(add.input[1]) != 3.0:
+        if add.op_type != "Add" or len(add.input) != 2 or scalar(values, add.input[1]) != 3.0:
             continue
         x = add.input[0]
-        clip = only_user(add, "Clip")
-        bounds = {a.name: helper.get_attribute_value(a) for a in clip.attribute} if clip is not None else {}
+        clip = only_reader(users, add, "Clip")
+        bounds = attributes(clip) if clip is not None else {}
         if bounds.get("min") != 0.0 or bounds.get("max") != 6.0:
             continue
-        mul = only_user(clip, "Mul")
+        mul = only_reader(users, clip, "Mul")
         if mul is None or sorted(mul.input) != sorted([x, clip.output[0]]):
             continue
         gone |= {id(add), id(clip)}
