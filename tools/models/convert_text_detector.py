@@ -76,13 +76,11 @@ def fold_transposed_convolutions(graph, values):
     becomes one ConvTranspose with those folded into its weights and bias."""
     users = readers(graph.node)
 
-    def only_user(node, op_type):
-        return only_reader(users, node, op_type)
-
     # Nodes are named by their first output, which is unique in a graph.
     dropped, replaced, constants = set(), {}, []
     for node in graph.node:
-        add = only_user(node, "Add") if node.op_type == "ConvTranspose" and len(node.input) == 2 else None
+        transposed = node.op_type == "ConvTranspose" and len(node.input) == 2
+        add = only_reader(users, node, "Add") if transposed else None
         given = attributes(node)
         # Per output channel; the weights hold (input channels, output channels / group, kh, kw).
         if add is None or given.get("group", 1) != 1:
@@ -93,7 +91,7 @@ def fold_transposed_convolutions(graph, values):
         weights = values[node.input[1]].astype(np.float64)
         bias = values[bias_name].reshape(-1).astype(np.float64)
         last = add
-        norm = only_user(add, "BatchNormalization")
+        norm = only_reader(users, add, "BatchNormalization")
         if norm is not None:
             epsilon = next((helper.get_attribute_value(a) for a in norm.attribute if a.name == "epsilon"), 1e-5)
             gamma, beta, mean, variance = (values[norm.input[k]].astype(np.float64) for k in range(1, 5))
@@ -135,12 +133,9 @@ def fold_scalar_affines(nodes, values):
         users = readers(nodes)
         producer = {node.output[0]: node for node in nodes}
 
-        def only_user(node, op_type):
-            return only_reader(users, node, op_type)
-
         def scale_and_shift(node):
-            mul = only_user(node, "Mul")
-            add = only_user(mul, "Add") if mul is not None else None
+            mul = only_reader(users, node, "Mul")
+            add = only_reader(users, mul, "Add") if mul is not None else None
             if add is None:
                 return None
             c = scalar(values, mul.input[1] if mul.input[0] == node.output[0] else mul.input[0])
